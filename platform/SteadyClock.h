@@ -1,0 +1,13 @@
+#pragma once
+
+#include "platform/Clock.h"
+
+namespace kvo {
+
+// Seconds of the monotonic clock (CLOCK_MONOTONIC: time since boot).
+class SteadyClock final : public Clock {
+ public:
+  double uptimeSeconds() override;
+};
+
+}  // namespace kvo
