@@ -7,13 +7,16 @@
 
 namespace kvo {
 
+// PNG row filters (one fixed filter for every row, or libpng's per-row choice).
+enum class PngFilter { none, sub, up, average, paeth, adaptive };
+
 // How writePng compresses. The defaults are the measured best trade-off for
 // the pages this helper writes (large, mostly white, printed text): see
 // bench/png_write_bench.cpp, which also sweeps the alternatives.
 struct PngEncoding {
-  int zlibLevel = 1;            // 0..9
-  int zlibStrategy = 0;         // Z_DEFAULT_STRATEGY, Z_FILTERED, Z_RLE, ...
-  int filterMask = 0x10;        // PNG_FILTER_NONE / _SUB / _UP / _AVG / _PAETH (bit mask)
+  int zlibLevel = 1;  // 0 (store) .. 9 (smallest)
+  PngFilter filter = PngFilter::up;
+  bool runLengthOnly = false;  // zlib Z_RLE strategy instead of the default
 };
 
 // The image codec on libpng, libjpeg-turbo, libwebp (+ demux) and libexif.

@@ -1,0 +1,3 @@
+#include <gtest/gtest.h>
+#include "platform/TesseractEngine.h"
+TEST(TesseractEngineTmp, Builds) { kvo::TesseractEngine e; SUCCEED(); }
