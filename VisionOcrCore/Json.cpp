@@ -1,5 +1,6 @@
 #include "VisionOcrCore/Json.h"
 
+#include <charconv>
 #include <cmath>
 #include <nlohmann/json.hpp>
 
@@ -192,12 +193,64 @@ FailurePayload fromJson<FailurePayload>(const Json& j) {
 
 }  // namespace
 
+namespace {
+
+// A double in the shortest form that reads back as the same value: whole
+// numbers without a fraction (600, not 600.0), plain decimals from 1e-4 up to
+// 1e15 and exponent form outside that range (1e-07, 1e+16).
+void writeDouble(double value, std::string& out) {
+  const double magnitude = std::fabs(value);
+  const auto format = magnitude == 0 || (magnitude >= 1e-4 && magnitude < 1e15) ? std::chars_format::fixed
+                                                                                 : std::chars_format::scientific;
+  char buffer[400];
+  const auto result = std::to_chars(buffer, buffer + sizeof buffer, value, format);
+  out.append(buffer, result.ptr);
+}
+
+// Compact output, members in key order (the object map is sorted by key
+// bytes). Invalid UTF-8 cannot reach here from the pipeline (texts are made
+// valid where they enter it); replacing rather than throwing keeps a stray
+// byte from costing the whole result.
+void write(const Json& j, std::string& out) {
+  switch (j.type()) {
+    case Json::value_t::object: {
+      out += '{';
+      bool first = true;
+      for (const auto& [key, member] : j.items()) {
+        if (!first) out += ',';
+        first = false;
+        out += Json(key).dump(-1, ' ', false, Json::error_handler_t::replace);
+        out += ':';
+        write(member, out);
+      }
+      out += '}';
+      return;
+    }
+    case Json::value_t::array: {
+      out += '[';
+      for (size_t i = 0; i < j.size(); ++i) {
+        if (i > 0) out += ',';
+        write(j[i], out);
+      }
+      out += ']';
+      return;
+    }
+    case Json::value_t::number_float:
+      writeDouble(j.get<double>(), out);
+      return;
+    default:
+      out += j.dump(-1, ' ', false, Json::error_handler_t::replace);
+      return;
+  }
+}
+
+}  // namespace
+
 template <typename Record>
 std::string encodeJson(const Record& value) {
-  // Invalid UTF-8 cannot reach here from the pipeline (texts are made valid
-  // where they enter it); replacing rather than throwing keeps a stray byte
-  // from costing the whole result.
-  return toJson(value).dump(-1, ' ', false, Json::error_handler_t::replace);
+  std::string out;
+  write(toJson(value), out);
+  return out;
 }
 
 template <typename Record>

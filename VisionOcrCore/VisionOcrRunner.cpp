@@ -124,7 +124,11 @@ std::vector<OcrPage> VisionOcrRunner::recognizePdf(PdfDocument& document, const 
     if (outputMode == OcrOutputMode::text && !ownText.empty()) {
       const PdfBox box = page->mediaBox();
       if (!(box.width > 0) || !(box.height > 0)) fail(HelperErrorCode::invalidInput, "PDF page has invalid dimensions");
-      const auto points = [](double extent) { return std::max<int64_t>(1, static_cast<int64_t>(std::ceil(extent))); };
+      // Points rounded up, at least 1; a box beyond any 64-bit size saturates.
+      const auto points = [](double extent) {
+        const double rounded = std::ceil(extent);
+        return rounded < 9.2e18 ? std::max<int64_t>(1, static_cast<int64_t>(rounded)) : INT64_MAX;
+      };
       pages.push_back(OcrPage{pageNumber, std::move(ownText), points(box.width), points(box.height), std::nullopt, {}});
       continue;
     }
