@@ -15,12 +15,16 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <optional>
 #include <utility>
 
-// jpeglib.h needs FILE and size_t declared before it.
-#include <jerror.h>
+// jpeglib.h needs FILE and size_t declared before it, and jerror.h needs the
+// configuration jpeglib.h brings in: its message numbering depends on it.
 #include <jpeglib.h>
+// clang-format off
+#include <jerror.h>
+// clang-format on
 #include <libexif/exif-data.h>
 #include <libexif/exif-log.h>
 #include <webp/decode.h>
@@ -316,6 +320,9 @@ bool pngRead(PngReadJob* job, bool decode) {
     return false;
   }
   png_set_read_fn(job->png, job, pngReadBytes);
+  // libpng's own default caps width and height at 1,000,000; report what a
+  // valid header declares instead, and leave size policy to the caller.
+  png_set_user_limits(job->png, PNG_UINT_31_MAX, PNG_UINT_31_MAX);
   png_set_keep_unknown_chunks(job->png, PNG_HANDLE_CHUNK_NEVER, kIgnoredPngChunks,
                               static_cast<int>(sizeof kIgnoredPngChunks / 5));
   png_read_info(job->png, job->info);
@@ -387,6 +394,7 @@ bool pngWrite(PngWriteJob* job) {
     return false;
   }
   png_set_write_fn(job->png, job, pngWriteBytes, pngFlushNothing);
+  png_set_user_limits(job->png, PNG_UINT_31_MAX, PNG_UINT_31_MAX);
   png_set_IHDR(job->png, job->info, job->width, job->height, 8, job->colorType, PNG_INTERLACE_NONE,
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
   if (job->pixelsPerMetre > 0)
@@ -418,8 +426,6 @@ int exifOrientation(const uint8_t* payload, size_t size) {
     exif_log_set_func(log, exifDropLog, nullptr);
     exif_data_log(exif, log);
   }
-  // Read the entries as stored; do not let libexif add or "fix" any.
-  exif_data_unset_option(exif, EXIF_DATA_OPTION_FOLLOW_SPECIFICATION);
   exif_data_load_data(exif, payload, static_cast<unsigned int>(std::min<size_t>(size, 0xFFFF)));
   int orientation = 1;
   if (ExifEntry* entry = exif_content_get_entry(exif->ifd[EXIF_IFD_0], EXIF_TAG_ORIENTATION);
@@ -478,6 +484,9 @@ struct JpegJob {
   uint8_t* cmykRow;  // malloc'd scratch row for CMYK/YCCK images
 };
 
+// Abandons the job from inside jpegRead, through its setjmp.
+[[noreturn]] void jpegFail(JpegJob* job) { jpegRaiseError(reinterpret_cast<j_common_ptr>(&job->cinfo)); }
+
 // The EXIF orientation from the first APP1 marker holding EXIF data.
 int jpegOrientation(jpeg_saved_marker_ptr marker) {
   for (; marker != nullptr; marker = marker->next)
@@ -528,12 +537,12 @@ bool jpegRead(JpegJob* job, bool decode) {
     job->height = job->cinfo.output_height;
     const size_t stride = size_t{job->width} * 3;
     const size_t bytes = pixelBytes(job->width, job->height, 3);
-    if (job->cinfo.output_components != (cmyk ? 4 : 3) || bytes == 0) jpegRaiseError(&job->cinfo.common);
+    if (job->cinfo.output_components != (cmyk ? 4 : 3) || bytes == 0) jpegFail(job);
     job->pixels = static_cast<uint8_t*>(std::malloc(bytes));
-    if (job->pixels == nullptr) jpegRaiseError(&job->cinfo.common);
+    if (job->pixels == nullptr) jpegFail(job);
     if (cmyk) {
       job->cmykRow = static_cast<uint8_t*>(std::malloc(size_t{job->width} * 4));
-      if (job->cmykRow == nullptr) jpegRaiseError(&job->cinfo.common);
+      if (job->cmykRow == nullptr) jpegFail(job);
     }
     while (job->cinfo.output_scanline < job->height) {
       uint8_t* out = job->pixels + job->cinfo.output_scanline * stride;
@@ -546,7 +555,7 @@ bool jpegRead(JpegJob* job, bool decode) {
         for (JDIMENSION i = 0; i < want; ++i) rows[i] = out + i * stride;
       }
       // A memory source never suspends, so no progress means a broken stream.
-      if (jpeg_read_scanlines(&job->cinfo, rows, want) == 0) jpegRaiseError(&job->cinfo.common);
+      if (jpeg_read_scanlines(&job->cinfo, rows, want) == 0) jpegFail(job);
       if (cmyk) cmykRowToRgb(job->cmykRow, out, job->width, job->cinfo.saw_Adobe_marker);
     }
     // jpeg_finish_decompress would only read on to EOI; a file whose image
