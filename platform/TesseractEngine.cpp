@@ -112,8 +112,78 @@ bool toGrey(const Bitmap& image, GreyImage& grey) {
 // ---------------------------------------------------------------------------
 // Coordinates: Tesseract's pixel boxes (top-left origin) to normalised
 // bottom-left-origin points.
-NormalizedPoint normalised(int px, int py, double width, double height) {
+NormalizedPoint normalised(double px, double py, double width, double height) {
   return {px / width, 1.0 - py / height};
+}
+
+// ---------------------------------------------------------------------------
+// Lines and words.
+
+struct Box {
+  int left = 0, top = 0, right = 0, bottom = 0;
+  int width() const { return right - left; }
+  int height() const { return bottom - top; }
+};
+
+// The binarised page Tesseract recognised (1 = ink), used to measure the
+// blank between two words: the boxes the LSTM recogniser reports for single
+// characters are estimates that can be off by half a character, far too
+// rough to tell characters set solid from a real gap.
+class InkMap {
+ public:
+  // Takes over `binary`; uses it only when it has the page's size.
+  InkMap(Pix* binary, int width, int height) : pix_(binary) {
+    usable_ = pix_ != nullptr && pixGetDepth(pix_) == 1 && static_cast<int>(pixGetWidth(pix_)) == width &&
+              static_cast<int>(pixGetHeight(pix_)) == height;
+  }
+  ~InkMap() { pixDestroy(&pix_); }
+  InkMap(const InkMap&) = delete;
+  InkMap& operator=(const InkMap&) = delete;
+
+  // The longest run of ink-free columns (rows for a vertical line) within
+  // the line between the middles of the two word boxes; the distance
+  // between the boxes when the page image is not available.
+  int gap(const Box& line, const Box& a, const Box& b) const {
+    const bool vertical = line.height() > line.width();
+    const int boxGap = vertical ? b.top - a.bottom : b.left - a.right;
+    if (!usable_) return boxGap;
+    const int w = static_cast<int>(pixGetWidth(pix_)), h = static_cast<int>(pixGetHeight(pix_));
+    const int from = vertical ? (a.top + a.bottom) / 2 : (a.left + a.right) / 2;
+    const int to = vertical ? (b.top + b.bottom) / 2 : (b.left + b.right) / 2;
+    const int across0 = std::max(vertical ? line.left : line.top, 0);
+    const int across1 = std::min(vertical ? line.right : line.bottom, vertical ? w : h);
+    const int along0 = std::max(from, 0), along1 = std::min(to, vertical ? h : w);
+    if (along0 >= along1 || across0 >= across1) return std::max(boxGap, 0);
+    const l_uint32* data = pixGetData(pix_);
+    const int wpl = static_cast<int>(pixGetWpl(pix_));
+    int longest = 0, run = 0;
+    for (int along = along0; along < along1; ++along) {
+      bool ink = false;
+      for (int across = across0; across < across1 && !ink; ++across) {
+        const int x = vertical ? across : along, y = vertical ? along : across;
+        ink = GET_DATA_BIT(data + static_cast<size_t>(y) * wpl, x) != 0;
+      }
+      run = ink ? 0 : run + 1;
+      longest = std::max(longest, run);
+    }
+    return longest;
+  }
+
+ private:
+  Pix* pix_;
+  bool usable_ = false;
+};
+
+// The drop of the line's baseline across its box (see Line::drop below),
+// when it is large enough to matter and small enough to trust: horizontal
+// lines only, at least 2 pixels, and leaving at least a fifth of the box's
+// height for the text itself.
+double baselineDrop(const tesseract::ResultIterator& it, const Box& box) {
+  int x1 = 0, y1 = 0, x2 = 0, y2 = 0;
+  if (!it.Baseline(tesseract::RIL_TEXTLINE, &x1, &y1, &x2, &y2) || x2 == x1) return 0;
+  if (box.width() <= box.height()) return 0;
+  const double drop = static_cast<double>(y2 - y1) / (x2 - x1) * box.width();
+  return std::abs(drop) >= 2 && std::abs(drop) <= 0.8 * box.height() ? drop : 0;
 }
 
 }  // namespace
@@ -157,13 +227,32 @@ bool isCjk(UChar32 c) {
   return width == U_EA_WIDE || width == U_EA_FULLWIDTH;
 }
 
-// Punctuation that is fullwidth in CJK text although Unicode gives it an
-// ambiguous width (“ ” ‘ ’ … — ·): CJK when it stands next to CJK.
-bool isAmbiguousPunctuation(UChar32 c) {
-  return u_ispunct(c) && u_getIntPropertyValue(c, UCHAR_EAST_ASIAN_WIDTH) == U_EA_AMBIGUOUS;
+bool isPunctuation(UChar32 c) { return u_ispunct(c) != 0; }
+
+bool allPunctuation(const std::string& s) {
+  int32_t i = 0;
+  const auto length = static_cast<int32_t>(s.size());
+  while (i < length) {
+    UChar32 c = 0;
+    U8_NEXT(s.data(), i, length, c);
+    if (c < 0 || !isPunctuation(c)) return false;
+  }
+  return true;
 }
 
-bool isPunctuation(UChar32 c) { return u_ispunct(c) != 0; }
+// How the character at one edge of a word behaves at a word boundary.
+enum class Edge { latin, cjk, neutral };
+
+Edge edgeOf(const std::string& word, UChar32 c) {
+  if (isCjk(c)) return Edge::cjk;
+  // Punctuation Tesseract reports as a word of its own (often an ASCII
+  // comma or colon read from a fullwidth one), or punctuation whose width
+  // follows the script around it, belongs to its neighbour's script.
+  if (isPunctuation(c) &&
+      (allPunctuation(word) || u_getIntPropertyValue(c, UCHAR_EAST_ASIAN_WIDTH) == U_EA_AMBIGUOUS))
+    return Edge::neutral;
+  return Edge::latin;
+}
 
 }  // namespace
 
@@ -175,17 +264,14 @@ std::string joinLineWords(const std::vector<Word>& words, int lineThickness) {
     if (previous != nullptr) {
       const UChar32 before = lastCodePoint(previous->text);
       const UChar32 after = firstCodePoint(word.text);
-      const bool cjkBefore = isCjk(before), cjkAfter = isCjk(after);
-      const bool cjkBoundary = (cjkBefore && cjkAfter) || (cjkBefore && isAmbiguousPunctuation(after)) ||
-                               (cjkAfter && isAmbiguousPunctuation(before));
+      const Edge left = edgeOf(previous->text, before), right = edgeOf(word.text, after);
+      const bool cjkBoundary = (left == Edge::cjk && right != Edge::latin) ||
+                               (right == Edge::cjk && left != Edge::latin);
       bool space = true;
       if (cjkBoundary) {
-        // Horizontal lines advance to the right, vertical ones downwards;
-        // the other difference is negative (the boxes overlap along it).
-        const int gap = std::max(word.left - previous->right, word.top - previous->bottom);
         const double allowed =
             (isPunctuation(before) || isPunctuation(after) ? 1.0 : 0.5) * std::max(lineThickness, 1);
-        space = gap > allowed;
+        space = word.gapBefore > allowed;
       }
       if (space) text += ' ';
     }
@@ -290,40 +376,60 @@ std::vector<TextObservation> TesseractEngine::State::collect(double width, doubl
   std::vector<TextObservation> observations;
   std::unique_ptr<tesseract::ResultIterator> it(api.GetIterator());
   if (!it || it->Empty(tesseract::RIL_TEXTLINE)) return observations;
+  const InkMap ink(api.GetThresholdedImage(), static_cast<int>(width), static_cast<int>(height));
 
   struct Line {
-    int left, top, right, bottom;
-    float confidence;
+    Box box;
+    bool placed = false;  // false for a line without a box, which is left out
+    // How far the baseline drops (positive) or rises from the left edge of
+    // the box to the right edge, in pixels; 0 for a level line.
+    double drop = 0;
+    float confidence = 0;
     std::vector<tesseract_text::Word> words;
   };
   std::vector<Line> lines;
+  Box previousWord;
   do {
     if (lines.empty() || it->IsAtBeginningOf(tesseract::RIL_TEXTLINE)) {
-      Line line{};
-      if (!it->BoundingBox(tesseract::RIL_TEXTLINE, &line.left, &line.top, &line.right, &line.bottom)) continue;
+      Line line;
+      line.placed =
+          it->BoundingBox(tesseract::RIL_TEXTLINE, &line.box.left, &line.box.top, &line.box.right, &line.box.bottom);
       line.confidence = it->Confidence(tesseract::RIL_TEXTLINE);
+      line.drop = baselineDrop(*it, line.box);
       lines.push_back(std::move(line));
     }
-    tesseract_text::Word word;
-    if (!it->BoundingBox(tesseract::RIL_WORD, &word.left, &word.top, &word.right, &word.bottom)) continue;
+    Line& line = lines.back();
+    Box box;
     std::unique_ptr<char[]> text(it->GetUTF8Text(tesseract::RIL_WORD));
-    if (text == nullptr) continue;
-    // A word never contains white space; strip any that slips in.
+    if (text == nullptr || !it->BoundingBox(tesseract::RIL_WORD, &box.left, &box.top, &box.right, &box.bottom))
+      continue;
+    tesseract_text::Word word;
+    // A word holds no white space; drop any that slips in.
     for (const char* p = text.get(); *p != '\0'; ++p)
       if (*p != ' ' && *p != '\n' && *p != '\t' && *p != '\r') word.text += *p;
-    lines.back().words.push_back(std::move(word));
+    if (word.text.empty()) continue;
+    if (!line.words.empty()) word.gapBefore = ink.gap(line.box, previousWord, box);
+    line.words.push_back(std::move(word));
+    previousWord = box;
   } while (it->Next(tesseract::RIL_WORD));
 
   observations.reserve(lines.size());
   for (const Line& line : lines) {
+    if (!line.placed) continue;
     TextObservation o;
-    const int thickness = std::min(line.right - line.left, line.bottom - line.top);
+    const int thickness = std::min(line.box.width(), line.box.height());
     std::string text = tesseract_text::joinLineWords(line.words, thickness);
-    if (!text.empty()) o.candidate = RecognizedCandidate{std::move(text), line.confidence / 100.0f};
-    o.topLeft = normalised(line.left, line.top, width, height);
-    o.topRight = normalised(line.right, line.top, width, height);
-    o.bottomRight = normalised(line.right, line.bottom, width, height);
-    o.bottomLeft = normalised(line.left, line.bottom, width, height);
+    if (!text.empty())
+      o.candidate = RecognizedCandidate{std::move(text), std::clamp(line.confidence / 100.0f, 0.0f, 1.0f)};
+    // A sloped line gets the parallelogram between two parallels to its
+    // baseline instead of its bounding box: the box of a line on a page
+    // fed in askew is mostly blank and overlaps the lines next to it.
+    const Box& b = line.box;
+    const double down = std::max(line.drop, 0.0), up = std::max(-line.drop, 0.0);
+    o.topLeft = normalised(b.left, b.top + up, width, height);
+    o.topRight = normalised(b.right, b.top + down, width, height);
+    o.bottomRight = normalised(b.right, b.bottom - up, width, height);
+    o.bottomLeft = normalised(b.left, b.bottom - down, width, height);
     observations.push_back(std::move(o));
   }
   return observations;

@@ -11,20 +11,23 @@ namespace kvo {
 
 // Text recognition with Tesseract 5 (LSTM models only).
 //
-// Languages: "zh-Hans" → chi_sim, "zh-Hant" → chi_tra, "en" / "en-*" → eng,
-// in the order requested; other tags are ignored, and a request with no
-// supported tag at all uses chi_sim+chi_tra+eng. Every requested model must
-// load: a missing one makes the engine fail rather than silently read
-// Chinese with an English model.
+// Languages: "zh-Hans" → chi_sim, "zh-Hant" → chi_tra, "en" / "en-*" → eng
+// (region subtags allowed, case ignored), in the order requested; other
+// tags are ignored, and a request with no supported tag at all gets
+// chi_sim+chi_tra+eng. Every requested model must load: a missing one makes
+// the engine fail rather than read Chinese with an English model.
+// `usesLanguageCorrection` switches the models' dictionaries on or off;
+// `level` makes no difference (there is one set of models).
 //
 // The engine loads its models on the first `recognize` and keeps them; a
 // later request with other languages or another language-correction setting
 // reloads them. Once loading has failed, every later call returns nullopt.
 //
-// Guarantees, whatever the environment: nothing is written to the process's
-// stdout or stderr (Tesseract's and Leptonica's diagnostics are discarded),
-// and recognition runs on the calling thread only (Tesseract's OpenMP
-// regions are kept at one thread, so no worker threads are ever started).
+// Whatever the environment: nothing is written to the process's stdout or
+// stderr (Tesseract's and Leptonica's diagnostics are discarded for the
+// whole process once the first engine is made), and recognition runs on the
+// calling thread only (Tesseract's OpenMP regions are held to one thread, so
+// no worker threads are ever started).
 //
 // Not thread-safe: use one engine per thread.
 class TesseractEngine final : public TextRecognitionEngine {
@@ -45,9 +48,12 @@ class TesseractEngine final : public TextRecognitionEngine {
   TesseractEngine(const TesseractEngine&) = delete;
   TesseractEngine& operator=(const TesseractEngine&) = delete;
 
-  // Accepts rgb8 and rgba8 (composited over white) bitmaps of at most
-  // 32767 pixels per side. Returns one observation per text line in
-  // Tesseract's reading order; an empty vector when the page has no text.
+  // Reads rgb8 and rgba8 bitmaps (transparent pixels composited over white)
+  // of at most 32767 pixels per side, at the bitmap's resolution when it is
+  // known. Returns one observation per text line in Tesseract's reading
+  // order, or an empty vector when the page has no text. An observation's
+  // corners are the line's bounding box, or, for a line whose baseline
+  // slopes, the parallelogram between two parallels to the baseline.
   std::optional<std::vector<TextObservation>> recognize(const Bitmap& image,
                                                         const RecognitionRequest& request) override;
 
@@ -58,22 +64,28 @@ class TesseractEngine final : public TextRecognitionEngine {
 
 namespace tesseract_text {
 
-// One recognised word of a line and its horizontal and vertical extent in
-// pixels (top-left origin).
+// One recognised word of a line.
 struct Word {
-  std::string text;  // UTF-8, no whitespace
-  int left = 0, top = 0, right = 0, bottom = 0;
+  std::string text;  // UTF-8, no white space
+  // Blank pixels between the ink of the previous word and this one along the
+  // line (0 for the first word).
+  int gapBefore = 0;
 };
 
-// Joins the words of one line into the line's text. Tesseract makes every
-// Chinese character a word of its own; a space is written between two words
-// unless the characters on both sides of the boundary are CJK (Han, kana,
-// Hangul, Bopomofo, wide or fullwidth forms and punctuation, and
-// ambiguous-width punctuation such as “ ” … — next to one of those) and the
-// blank between the two boxes is narrower than half the line's thickness
-// (its smaller side) — a full thickness when either side is punctuation,
-// whose glyph already carries blank space. Latin words always keep their
-// spaces.
+// Joins the words of one line into the line's text. Tesseract makes most
+// Chinese characters words of their own; a space is written between two
+// words unless the boundary between them is a CJK one and the blank there
+// is narrow.
+//
+// A boundary is CJK when the characters on both sides are CJK (Han, kana,
+// Hangul, Bopomofo, wide and fullwidth forms, CJK punctuation), or when one
+// side is CJK and the other is punctuation that takes the width of the text
+// around it: ambiguous-width punctuation such as “ ” … —, or punctuation
+// Tesseract reports as a word of its own (often an ASCII comma or colon read
+// from a fullwidth one). Narrow means at most half the line's thickness
+// (`lineThickness`: the height of a horizontal line), or at most a whole
+// thickness when either side is punctuation, whose glyph carries blank
+// space of its own. Latin words always keep their spaces.
 std::string joinLineWords(const std::vector<Word>& words, int lineThickness);
 
 // The tessdata language codes for a request's BCP 47 tags, joined by '+'

@@ -8,15 +8,19 @@ ocr.txt it writes and prints, per page, the character error rate against the
 source text (Levenshtein distance / reference length, all whitespace removed
 from both sides) and the wall-clock seconds the run took.
 
-Two more columns can be added beside the helper's:
+Beside the helper's column:
+  tesseract      the plain tesseract command with the helper's languages, as
+                 a baseline (drop it with --no-tesseract):
+                 OMP_THREAD_LIMIT=1 tesseract PAGE - -l chi_sim+chi_tra+eng --psm 3
+                 It reads the 200 dpi stored in the PNG; the helper and the
+                 bench treat an image file's resolution as unknown.
   --bench PATH   the engine alone, through bench/ocr_page_bench --text
                  (a few recognitions per page; seconds per page without
-                 model loading)
-  --tesseract    the plain tesseract command with the helper's languages:
-                 OMP_THREAD_LIMIT=1 tesseract PAGE - -l chi_sim+chi_tra+eng --psm 3
+                 loading the models)
+Seconds are wall-clock per page, with model loading for the helper and the
+tesseract command (one process per page).
 
-Usage: measure_cer.py [--helper PATH] [--bench PATH] [--tesseract]
-                      [--keep DIR] [--ppi-to-bench]
+Usage: measure_cer.py [--helper PATH] [--bench PATH] [--no-tesseract] [--keep DIR]
 Needs /usr/bin/python3 (python3-cairo, python3-pil).
 """
 
@@ -152,13 +156,22 @@ def cer(reference, hypothesis):
     return levenshtein(ref, hyp) / max(len(ref), 1)
 
 
+def run(argv, **kwargs):
+    """subprocess.run, or None when the program cannot be started."""
+    try:
+        return subprocess.run(argv, capture_output=True, timeout=600, **kwargs)
+    except OSError:
+        return None
+
+
 def run_helper(helper, page, workdir):
     artifacts = tempfile.mkdtemp(prefix="artifacts-", dir=workdir)
     os.rmdir(artifacts)  # a fresh directory the helper creates itself
     start = time.monotonic()
-    proc = subprocess.run([helper, "--input", page, "--artifacts", artifacts, "--json"],
-                          capture_output=True, timeout=600)
+    proc = run([helper, "--input", page, "--artifacts", artifacts, "--json"])
     seconds = time.monotonic() - start
+    if proc is None:
+        return None, 0.0, "not found"
     ocr = os.path.join(artifacts, "ocr.txt")
     if proc.returncode != 0 or not os.path.exists(ocr):
         return None, seconds, f"exit {proc.returncode}"
@@ -167,8 +180,9 @@ def run_helper(helper, page, workdir):
 
 
 def run_bench(bench, page, repeat=2):
-    proc = subprocess.run([bench, "--repeat", str(repeat), "--text", page],
-                          capture_output=True, timeout=600)
+    proc = run([bench, "--repeat", str(repeat), "--text", page])
+    if proc is None:
+        return None, 0.0, "not found"
     if proc.returncode != 0:
         return None, 0.0, f"exit {proc.returncode}"
     seconds = 0.0
@@ -181,9 +195,10 @@ def run_bench(bench, page, repeat=2):
 def run_tesseract(page):
     env = dict(os.environ, OMP_THREAD_LIMIT="1")
     start = time.monotonic()
-    proc = subprocess.run(["tesseract", page, "-", "-l", LANGS, "--psm", "3"],
-                          capture_output=True, env=env, timeout=600)
+    proc = run(["tesseract", page, "-", "-l", LANGS, "--psm", "3"], env=env)
     seconds = time.monotonic() - start
+    if proc is None:
+        return None, 0.0, "not found"
     if proc.returncode != 0:
         return None, seconds, f"exit {proc.returncode}"
     return proc.stdout.decode("utf-8"), seconds, ""
@@ -193,17 +208,20 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[1])
     parser.add_argument("--helper", default=os.path.join(REPO, "build", "kem-vision-ocr"))
     parser.add_argument("--bench", help="path of the ocr_page_bench binary")
-    parser.add_argument("--tesseract", action="store_true", help="add the plain tesseract command")
+    parser.add_argument("--no-tesseract", action="store_true", help="leave out the plain tesseract command")
     parser.add_argument("--keep", help="write pages and outputs here instead of a temporary directory")
     args = parser.parse_args()
 
-    workdir = args.keep or tempfile.mkdtemp(prefix="kvo-cer-")
+    # The helper takes absolute paths only.
+    workdir = os.path.abspath(args.keep or tempfile.mkdtemp(prefix="kvo-cer-"))
     os.makedirs(workdir, exist_ok=True)
+    helper = os.path.abspath(args.helper)
+    bench = os.path.abspath(args.bench) if args.bench else None
 
-    columns = [("helper", lambda page: run_helper(args.helper, page, workdir))]
-    if args.bench:
-        columns.append(("engine", lambda page: run_bench(args.bench, page)))
-    if args.tesseract:
+    columns = [("helper", lambda page: run_helper(helper, page, workdir))]
+    if bench:
+        columns.append(("engine", lambda page: run_bench(bench, page)))
+    if not args.no_tesseract:
         columns.append(("tesseract", run_tesseract))
 
     header = f"{'page':<12}" + "".join(f"{name + ' CER':>16}{'s/page':>9}" for name, _ in columns)

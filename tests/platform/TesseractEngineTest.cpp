@@ -1,3 +1,463 @@
-#include <gtest/gtest.h>
 #include "platform/TesseractEngine.h"
-TEST(TesseractEngineTmp, Builds) { kvo::TesseractEngine e; SUCCEED(); }
+
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <optional>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/TestSupport.h"
+
+namespace {
+
+using kvo::Bitmap;
+using kvo::NormalizedPoint;
+using kvo::PixelFormat;
+using kvo::RecognitionRequest;
+using kvo::TextObservation;
+using kvo::test::captureStdStreams;
+using Observations = std::vector<TextObservation>;
+using Word = kvo::tesseract_text::Word;
+
+// The corners of the ink of a text run drawn on a fixture image, in pixels
+// (top-left origin): top left, top right, bottom right, bottom left.
+struct Drawn {
+  double x[4] = {}, y[4] = {};
+};
+
+class TesseractEngine : public ::testing::Test {
+ protected:
+  // Loading models takes a while; tests that do not care about the
+  // engine's life share one, set up for the helper's usual request.
+  static void SetUpTestSuite() { shared_ = new kvo::TesseractEngine(); }
+  static void TearDownTestSuite() {
+    delete shared_;
+    shared_ = nullptr;
+  }
+
+  static RecognitionRequest request(std::vector<std::string> languages = {"zh-Hans", "zh-Hant", "en-US"},
+                                    bool correction = true) {
+    RecognitionRequest r;
+    r.languages = std::move(languages);
+    r.usesLanguageCorrection = correction;
+    return r;
+  }
+
+  // Recognises with the shared engine and fails the test on nullopt.
+  static Observations recognize(const Bitmap& image, const RecognitionRequest& r = request()) {
+    auto result = shared_->recognize(image, r);
+    EXPECT_TRUE(result.has_value());
+    return result.value_or(Observations{});
+  }
+
+  // Reads a fixture written by make_ocr_fixtures.py: binary PPM (rgb8) or
+  // PAM with RGB_ALPHA (rgba8).
+  static Bitmap fixture(const std::string& name, double ppi = 0) {
+    const std::string bytes = kvo::test::readFile(kvo::test::fixturePath(name));
+    std::istringstream in(bytes);
+    std::string magic, token;
+    int64_t width = 0, height = 0, depth = 3;
+    in >> magic;
+    if (magic == "P6") {
+      int maxval = 0;
+      in >> width >> height >> maxval;
+      in.get();
+    } else {
+      while (in >> token && token != "ENDHDR") {
+        if (token == "WIDTH") in >> width;
+        if (token == "HEIGHT") in >> height;
+        if (token == "DEPTH") in >> depth;
+      }
+      in.get();
+    }
+    const auto format = depth == 4 ? PixelFormat::rgba8 : PixelFormat::rgb8;
+    Bitmap image = Bitmap::allocate(width, height, format);
+    const size_t size = image.stride() * static_cast<size_t>(height);
+    const auto offset = static_cast<size_t>(in.tellg());
+    if (!image.valid() || bytes.size() != offset + size) ADD_FAILURE() << "malformed fixture " << name;
+    else std::memcpy(image.data(), bytes.data() + offset, size);
+    image.setPixelsPerInch(ppi);
+    return image;
+  }
+
+  // Where run `run` was drawn on fixture image `image` (ocr_runs.txt).
+  static Drawn drawn(const std::string& image, const std::string& run) {
+    std::istringstream in(kvo::test::readFile(kvo::test::fixturePath("ocr_runs.txt")));
+    std::string name, label;
+    Drawn d;
+    while (in >> name >> label) {
+      for (int i = 0; i < 4; ++i) in >> d.x[i] >> d.y[i];
+      if (name == image && label == run) return d;
+    }
+    ADD_FAILURE() << "no run " << image << " " << run;
+    return {};
+  }
+
+  // The same pixels with `padding` black bytes after every row.
+  static Bitmap padded(const Bitmap& image, size_t padding) {
+    const size_t rowBytes = static_cast<size_t>(image.width()) * static_cast<size_t>(bytesPerPixel(image.format()));
+    const size_t stride = rowBytes + padding;
+    auto* bytes = static_cast<uint8_t*>(std::calloc(stride * static_cast<size_t>(image.height()), 1));
+    for (int64_t y = 0; y < image.height(); ++y)
+      std::memcpy(bytes + static_cast<size_t>(y) * stride, image.row(y), rowBytes);
+    return Bitmap::adopt(image.width(), image.height(), stride, image.format(), bytes, &std::free);
+  }
+
+  static Bitmap filled(int64_t width, int64_t height, PixelFormat format, uint8_t value) {
+    Bitmap image = Bitmap::allocate(width, height, format);
+    std::memset(image.data(), value, image.stride() * static_cast<size_t>(height));
+    return image;
+  }
+
+  static Bitmap noise(int64_t width, int64_t height) {
+    Bitmap image = Bitmap::allocate(width, height, PixelFormat::rgb8);
+    std::mt19937 random(12345);
+    for (size_t i = 0; i < image.stride() * static_cast<size_t>(height); ++i)
+      image.data()[i] = static_cast<uint8_t>(random());
+    return image;
+  }
+
+  static std::string text(const TextObservation& o) { return o.candidate ? o.candidate->text : std::string(); }
+
+  // The first observation whose text contains `needle`, or nullptr.
+  static const TextObservation* find(const Observations& observations, const std::string& needle) {
+    for (const auto& o : observations)
+      if (text(o).find(needle) != std::string::npos) return &o;
+    return nullptr;
+  }
+
+  static std::string allText(const Observations& observations) {
+    std::string all;
+    for (const auto& o : observations) all += "[" + text(o) + "]";
+    return all;
+  }
+
+  // Checks that each corner of the observation lies within `slack` pixels
+  // of the drawn one, converted to normalised bottom-left-origin coordinates.
+  static void expectAround(const TextObservation& o, const Drawn& d, const Bitmap& image, double slack = 10) {
+    const double w = static_cast<double>(image.width()), h = static_cast<double>(image.height());
+    const NormalizedPoint corners[4] = {o.topLeft, o.topRight, o.bottomRight, o.bottomLeft};
+    const char* names[4] = {"top left", "top right", "bottom right", "bottom left"};
+    for (int i = 0; i < 4; ++i) {
+      EXPECT_NEAR(corners[i].x, d.x[i] / w, slack / w) << names[i];
+      EXPECT_NEAR(corners[i].y, 1.0 - d.y[i] / h, slack / h) << names[i];
+    }
+  }
+
+  static void expectConfidenceInUnitRange(const TextObservation& o) {
+    ASSERT_TRUE(o.candidate.has_value());
+    EXPECT_GE(o.candidate->confidence, 0.0f);
+    EXPECT_LE(o.candidate->confidence, 1.0f);
+  }
+
+  // Checks that nothing reached stdout or stderr while `body` ran.
+  static void expectSilent(const std::function<void()>& body) {
+    const auto captured = captureStdStreams(body);
+    EXPECT_EQ(captured.out, "");
+    EXPECT_EQ(captured.err, "");
+  }
+
+  static int threadsInThisProcess() {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line))
+      if (line.rfind("Threads:", 0) == 0) return std::atoi(line.c_str() + 8);
+    return -1;
+  }
+
+  // Whether `s` has a space somewhere between `first` and a later `second`.
+  static bool spaceBetween(const std::string& s, const std::string& first, const std::string& second) {
+    const auto a = s.find(first);
+    const auto b = a == std::string::npos ? a : s.find(second, a + first.size());
+    return b != std::string::npos && s.substr(a + first.size(), b - a - first.size()).find(' ') != std::string::npos;
+  }
+
+  // The text of a line 40 pixels high made of `words`.
+  static std::string join(const std::vector<Word>& words) { return kvo::tesseract_text::joinLineWords(words, 40); }
+
+  static inline kvo::TesseractEngine* shared_ = nullptr;
+};
+
+// --- Recognition --------------------------------------------------------
+
+TEST_F(TesseractEngine, FindsAnEnglishLineWhereItWasDrawn) {
+  const Bitmap image = fixture("ocr_hello.ppm");
+  const auto observations = recognize(image);
+  const TextObservation* hello = find(observations, "Hello");
+  ASSERT_NE(hello, nullptr) << allText(observations);
+  EXPECT_NE(text(*hello).find("Hello World"), std::string::npos) << text(*hello);
+  expectAround(*hello, drawn("ocr_hello", "hello"), image);
+  expectConfidenceInUnitRange(*hello);
+}
+
+TEST_F(TesseractEngine, GivesLinesInReadingOrderTopToBottom) {
+  const Bitmap image = fixture("ocr_two_lines.ppm");
+  const auto observations = recognize(image);
+  ASSERT_EQ(observations.size(), 2u) << allText(observations);
+  EXPECT_NE(text(observations[0]).find("Alpha"), std::string::npos) << allText(observations);
+  EXPECT_NE(text(observations[1]).find("Bravo"), std::string::npos) << allText(observations);
+  expectAround(observations[0], drawn("ocr_two_lines", "first"), image);
+  expectAround(observations[1], drawn("ocr_two_lines", "second"), image);
+}
+
+TEST_F(TesseractEngine, FollowsTheSlopeOfSkewedLines) {
+  const Bitmap image = fixture("ocr_skewed.ppm");
+  const auto observations = recognize(image);
+  ASSERT_EQ(observations.size(), 2u) << allText(observations);
+  expectAround(observations[0], drawn("ocr_skewed", "first"), image);
+  expectAround(observations[1], drawn("ocr_skewed", "second"), image);
+}
+
+TEST_F(TesseractEngine, CompositesTransparentPixelsOverWhite) {
+  // Transparent black background: read without its alpha, the page is black.
+  const Bitmap image = fixture("ocr_hello_transparent.pam");
+  ASSERT_EQ(image.format(), PixelFormat::rgba8);
+  const auto observations = recognize(image);
+  const TextObservation* hello = find(observations, "Hello");
+  ASSERT_NE(hello, nullptr) << allText(observations);
+  expectAround(*hello, drawn("ocr_hello_transparent", "hello"), image);
+}
+
+TEST_F(TesseractEngine, ReadsRowsWithPaddingBetweenThem) {
+  for (const char* name : {"ocr_hello.ppm", "ocr_hello_transparent.pam"}) {
+    const Bitmap image = padded(fixture(name), 37);
+    const auto observations = recognize(image);
+    const TextObservation* hello = find(observations, "Hello");
+    ASSERT_NE(hello, nullptr) << name << allText(observations);
+    expectAround(*hello, drawn("ocr_hello", "hello"), image);
+  }
+}
+
+TEST_F(TesseractEngine, ReadsSimplifiedChineseWithoutSpacesBetweenCharacters) {
+  const Bitmap image = fixture("ocr_hans.ppm");
+  const auto observations = recognize(image);
+  const TextObservation* line = find(observations, "今天");
+  ASSERT_NE(line, nullptr) << allText(observations);
+  EXPECT_NE(text(*line).find("中文"), std::string::npos) << text(*line);
+  EXPECT_EQ(text(*line).find(' '), std::string::npos) << text(*line);
+  expectAround(*line, drawn("ocr_hans", "line"), image);
+  expectConfidenceInUnitRange(*line);
+}
+
+TEST_F(TesseractEngine, ReadsTraditionalChineseWithoutSpacesBetweenCharacters) {
+  const Bitmap image = fixture("ocr_hant.ppm");
+  const auto observations = recognize(image);
+  const TextObservation* line = find(observations, "學習");
+  ASSERT_NE(line, nullptr) << allText(observations);
+  EXPECT_NE(text(*line).find("繁體"), std::string::npos) << text(*line);
+  EXPECT_EQ(text(*line).find(' '), std::string::npos) << text(*line);
+}
+
+TEST_F(TesseractEngine, KeepsASpaceWhereChineseWordsStandApart) {
+  const Bitmap image = fixture("ocr_hans_gap.ppm");
+  const auto observations = recognize(image);
+  const TextObservation* line = find(observations, "天气");
+  ASSERT_NE(line, nullptr) << allText(observations);
+  EXPECT_TRUE(spaceBetween(text(*line), "天气", "很好")) << text(*line);
+  EXPECT_FALSE(spaceBetween(text(*line), "今", "天气")) << text(*line);
+}
+
+TEST_F(TesseractEngine, KeepsTheSpaceBetweenLatinAndChinese) {
+  const auto observations = recognize(fixture("ocr_mixed.ppm"));
+  const TextObservation* line = find(observations, "Hello");
+  ASSERT_NE(line, nullptr) << allText(observations);
+  EXPECT_TRUE(spaceBetween(text(*line), "Hello", "中文")) << text(*line);
+}
+
+TEST_F(TesseractEngine, UsesTheResolutionOfTheBitmap) {
+  // Tesseract's own estimate from the text size (about 600 dpi) loses this
+  // line altogether; the real resolution keeps it.
+  const auto observations = recognize(fixture("ocr_resolution.ppm", 200));
+  EXPECT_NE(find(observations, "很好"), nullptr) << allText(observations);
+}
+
+TEST_F(TesseractEngine, ReadsWithoutLanguageCorrection) {
+  kvo::TesseractEngine engine;
+  const auto observations = engine.recognize(fixture("ocr_hello.ppm"), request({"en"}, false));
+  ASSERT_TRUE(observations.has_value());
+  EXPECT_NE(find(*observations, "Hello"), nullptr) << allText(*observations);
+}
+
+TEST_F(TesseractEngine, ReloadsModelsWhenTheLanguagesChange) {
+  kvo::TesseractEngine engine;
+  const auto english = engine.recognize(fixture("ocr_hello.ppm"), request({"en"}));
+  ASSERT_TRUE(english.has_value());
+  EXPECT_NE(find(*english, "Hello"), nullptr) << allText(*english);
+  // The English model alone cannot produce Han characters.
+  const auto chinese = engine.recognize(fixture("ocr_hans.ppm"), request({"zh-Hans"}));
+  ASSERT_TRUE(chinese.has_value());
+  EXPECT_NE(find(*chinese, "中文"), nullptr) << allText(*chinese);
+}
+
+// --- Pages without text and unusable input -------------------------------
+
+TEST_F(TesseractEngine, ReturnsNoObservationsForABlankPage) {
+  const Bitmap page = filled(1200, 800, PixelFormat::rgb8, 255);
+  std::optional<Observations> result;
+  expectSilent([&] { result = shared_->recognize(page, request()); });
+  ASSERT_TRUE(result.has_value());
+  EXPECT_TRUE(result->empty()) << allText(*result);
+}
+
+TEST_F(TesseractEngine, ReturnsNoObservationsForAFullyTransparentPage) {
+  const Bitmap page = filled(600, 400, PixelFormat::rgba8, 0);
+  const auto observations = recognize(page);
+  EXPECT_TRUE(observations.empty()) << allText(observations);
+}
+
+TEST_F(TesseractEngine, HandlesTinyImagesSilently) {
+  for (const auto& [w, h] : {std::pair<int, int>{1, 1}, {3, 2}, {2, 3}}) {
+    for (uint8_t value : {uint8_t{0}, uint8_t{255}}) {
+      const Bitmap page = filled(w, h, PixelFormat::rgb8, value);
+      std::optional<Observations> result;
+      expectSilent([&] { result = shared_->recognize(page, request()); });
+      ASSERT_TRUE(result.has_value()) << w << "x" << h;
+      EXPECT_TRUE(result->empty()) << w << "x" << h << allText(*result);
+    }
+  }
+}
+
+TEST_F(TesseractEngine, HandlesNoiseSilently) {
+  const Bitmap page = noise(640, 480);
+  std::optional<Observations> result;
+  expectSilent([&] { result = shared_->recognize(page, request()); });
+  ASSERT_TRUE(result.has_value());
+  for (const auto& o : *result)
+    if (o.candidate) expectConfidenceInUnitRange(o);
+}
+
+TEST_F(TesseractEngine, IsSilentAboutAnImplausibleResolution) {
+  std::optional<Observations> result;
+  expectSilent([&] { result = shared_->recognize(fixture("ocr_hello.ppm", 3), request()); });
+  EXPECT_TRUE(result.has_value());
+}
+
+TEST_F(TesseractEngine, RejectsBitmapsItCannotRead) {
+  EXPECT_FALSE(shared_->recognize(Bitmap(), request()).has_value());
+  // Wider than Tesseract's layout analysis accepts.
+  EXPECT_FALSE(shared_->recognize(filled(40000, 2, PixelFormat::rgb8, 255), request()).has_value());
+  // Rows shorter than the pixels they claim to hold.
+  auto* bytes = static_cast<uint8_t*>(std::calloc(100, 1));
+  const Bitmap truncated = Bitmap::adopt(10, 10, 10, PixelFormat::rgb8, bytes, &std::free);
+  EXPECT_FALSE(shared_->recognize(truncated, request()).has_value());
+}
+
+// --- Models ----------------------------------------------------------------
+
+TEST_F(TesseractEngine, FailsSilentlyAndForGoodWithoutModels) {
+  kvo::test::TempDir empty;
+  kvo::TesseractEngine engine(empty.path());
+  const Bitmap image = fixture("ocr_hello.ppm");
+  expectSilent([&] {
+    EXPECT_FALSE(engine.recognize(image, request()).has_value());
+    EXPECT_FALSE(engine.recognize(image, request({"en"})).has_value());
+  });
+}
+
+TEST_F(TesseractEngine, FailsWhenOneRequestedModelIsMissing) {
+  kvo::test::TempDir dir;
+  std::filesystem::create_symlink(kvo::TesseractEngine::defaultTessdataDir() + "/eng.traineddata",
+                                  dir.file("eng.traineddata"));
+  kvo::TesseractEngine partial(dir.path());
+  expectSilent([&] { EXPECT_FALSE(partial.recognize(fixture("ocr_hello.ppm"), request()).has_value()); });
+  kvo::TesseractEngine englishOnly(dir.path());
+  const auto result = englishOnly.recognize(fixture("ocr_hello.ppm"), request({"en"}));
+  ASSERT_TRUE(result.has_value());
+  EXPECT_NE(find(*result, "Hello"), nullptr) << allText(*result);
+}
+
+TEST_F(TesseractEngine, IgnoresTessdataPrefix) {
+  kvo::test::TempDir empty;
+  const char* old = std::getenv("TESSDATA_PREFIX");
+  const std::optional<std::string> saved = old ? std::optional<std::string>(old) : std::nullopt;
+  setenv("TESSDATA_PREFIX", empty.path().c_str(), 1);
+  kvo::TesseractEngine installed;
+  const auto found = installed.recognize(fixture("ocr_hello.ppm"), request({"en"}));
+  setenv("TESSDATA_PREFIX", kvo::TesseractEngine::defaultTessdataDir().c_str(), 1);
+  kvo::TesseractEngine missing(empty.path());
+  const auto notFound = missing.recognize(fixture("ocr_hello.ppm"), request({"en"}));
+  if (saved) setenv("TESSDATA_PREFIX", saved->c_str(), 1);
+  else unsetenv("TESSDATA_PREFIX");
+  EXPECT_TRUE(found.has_value());
+  EXPECT_FALSE(notFound.has_value());
+}
+
+TEST_F(TesseractEngine, LoadsModelsSilently) {
+  kvo::TesseractEngine engine;
+  std::optional<Observations> result;
+  expectSilent([&] { result = engine.recognize(fixture("ocr_hello.ppm"), request()); });
+  ASSERT_TRUE(result.has_value());
+  EXPECT_NE(find(*result, "Hello"), nullptr) << allText(*result);
+}
+
+// --- Threads -----------------------------------------------------------------
+
+TEST_F(TesseractEngine, RecognisesOnTheCallingThreadOnly) {
+  // libgomp keeps the threads of its pool alive after a parallel region, so
+  // any region that ran with more than one thread leaves them behind.
+  if (std::getenv("OMP_THREAD_LIMIT") != nullptr) GTEST_SKIP() << "OMP_THREAD_LIMIT would hide extra threads";
+  const auto observations = recognize(fixture("ocr_two_lines.ppm"));
+  EXPECT_EQ(observations.size(), 2u);
+  EXPECT_EQ(threadsInThisProcess(), 1);
+}
+
+TEST_F(TesseractEngine, LeavesTheCallersOpenMpSettingAsItWas) {
+  const int before = omp_get_max_active_levels();
+  ASSERT_GT(before, 0);
+  recognize(fixture("ocr_hello.ppm"));
+  EXPECT_EQ(omp_get_max_active_levels(), before);
+}
+
+// --- Text of a line and languages ------------------------------------------
+
+TEST_F(TesseractEngine, JoinsLatinWordsWithSpaces) {
+  EXPECT_EQ(join({{"Hello", 0}, {"World", 2}, {"again.", 1}}), "Hello World again.");
+}
+
+TEST_F(TesseractEngine, JoinsChineseCharactersSetSolid) {
+  const std::vector<Word> words = {{"我们", 0}, {"今", 3}, {"天", 19}, {"学习", 2}, {"。", 30}, {"ひらがな", 5},
+                                   {"한국어", 4}, {"，", 8}, {"ㄅ", 6}, {"２", 1}};
+  EXPECT_EQ(join(words), "我们今天学习。ひらがな한국어，ㄅ２");
+}
+
+TEST_F(TesseractEngine, KeepsASpaceAtAWideGapBetweenChineseCharacters) {
+  EXPECT_EQ(join({{"今天", 0}, {"很好", 21}}), "今天 很好");
+  // Punctuation carries blank space of its own: only a wider gap counts.
+  EXPECT_EQ(join({{"好。", 0}, {"明天", 39}}), "好。明天");
+  EXPECT_EQ(join({{"好。", 0}, {"明天", 41}}), "好。 明天");
+}
+
+TEST_F(TesseractEngine, AttachesStandAlonePunctuationToChinese) {
+  EXPECT_EQ(join({{"木門", 0}, {",", 4}, {"讓", 9}}), "木門,讓");
+  EXPECT_EQ(join({{"说：", 0}, {"“你好”", 5}}), "说：“你好”");
+  EXPECT_EQ(join({{"等等", 0}, {"……", 5}}), "等等……");
+}
+
+TEST_F(TesseractEngine, KeepsSpacesBetweenLatinAndChinese) {
+  EXPECT_EQ(join({{"Hello", 0}, {"世界", 2}}), "Hello 世界");
+  EXPECT_EQ(join({{"世界", 0}, {"OCR", 2}}), "世界 OCR");
+  EXPECT_EQ(join({{"Hello,", 0}, {"世界", 2}}), "Hello, 世界");
+  EXPECT_EQ(join({{"He", 0}, {"said", 2}, {"“Hi”", 2}}), "He said “Hi”");
+}
+
+TEST_F(TesseractEngine, MapsLanguageTagsToModels) {
+  using kvo::tesseract_text::tesseractLanguages;
+  EXPECT_EQ(tesseractLanguages({"zh-Hans", "zh-Hant", "en-US"}), "chi_sim+chi_tra+eng");
+  EXPECT_EQ(tesseractLanguages({"en", "zh-Hant"}), "eng+chi_tra");
+  EXPECT_EQ(tesseractLanguages({"zh-Hans-CN", "EN-gb", "en"}), "chi_sim+eng");
+  EXPECT_EQ(tesseractLanguages({"fr", "zh-Hant-TW"}), "chi_tra");
+  EXPECT_EQ(tesseractLanguages({"fr"}), "chi_sim+chi_tra+eng");
+  EXPECT_EQ(tesseractLanguages({}), "chi_sim+chi_tra+eng");
+  EXPECT_EQ(tesseractLanguages({"eng", "zh"}), "chi_sim+chi_tra+eng");
+}
+
+}  // namespace
