@@ -16,6 +16,7 @@
 #include <cmath>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 
 #if defined(__SANITIZE_ADDRESS__)
 #define KVO_LEAK_SANITIZER 1
@@ -181,10 +182,27 @@ class PopplerDocument final : public PdfDocument {
   bool isEncrypted() override { return doc_ == nullptr || doc_->isEncrypted(); }
   bool isLocked() override { return doc_ == nullptr; }
 
-  int64_t pageCount() override { return doc_ == nullptr ? 0 : doc_->getNumPages(); }
+  // The pages that can actually be reached, in order: the page tree's own
+  // /Count is only a claim. A tree with a loop or a dangling reference ends
+  // the document at its first unreachable page, as other readers (pdf.js,
+  // qpdf) see it, rather than promising pages that cannot be opened.
+  int64_t pageCount() override {
+    if (doc_ == nullptr) return 0;
+    if (!reachablePages_) {
+      const int declared = doc_->getNumPages();
+      int reachable = 0;
+      while (reachable < declared) {
+        Page* page = doc_->getPage(reachable + 1);
+        if (page == nullptr || !page->isOk()) break;
+        ++reachable;
+      }
+      reachablePages_ = reachable;
+    }
+    return *reachablePages_;
+  }
 
   std::unique_ptr<PdfPage> page(int64_t index) override {
-    if (doc_ == nullptr || index < 0 || index >= doc_->getNumPages()) return nullptr;
+    if (doc_ == nullptr || index < 0 || index >= pageCount()) return nullptr;
     const int number = static_cast<int>(index) + 1;
     Page* page = doc_->getPage(number);
     if (page == nullptr || !page->isOk()) return nullptr;
@@ -193,6 +211,7 @@ class PopplerDocument final : public PdfDocument {
 
  private:
   std::shared_ptr<PDFDoc> doc_;
+  std::optional<int> reachablePages_;
 };
 
 }  // namespace

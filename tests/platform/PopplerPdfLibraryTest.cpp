@@ -204,6 +204,14 @@ class PopplerPdfLibrary : public ::testing::Test {
 
 // --- Geometry -------------------------------------------------------------
 
+TEST_F(PopplerPdfLibrary, CountsOnlyThePagesThePageTreeReallyReaches) {
+  auto doc = open("pdf_pages_loop.pdf");
+  ASSERT_NE(doc, nullptr);
+  EXPECT_EQ(doc->pageCount(), 1);
+  EXPECT_NE(doc->page(0), nullptr);
+  EXPECT_EQ(doc->page(1), nullptr);
+}
+
 TEST_F(PopplerPdfLibrary, ReportsMediaBoxesInPointsUnrotated) {
   const auto expectBox = [&](const std::string& fixture, PdfBox want) {
     auto p = page(fixture);
