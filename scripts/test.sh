@@ -13,3 +13,6 @@ cmake --build build -j"$jobs"
 cmake -S . -B build-asan -DKVO_SANITIZE=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build-asan -j"$jobs"
 (cd build-asan && ASAN_OPTIONS=detect_leaks=1 ctest --output-on-failure -j"$jobs")
+
+# Every fuzz target for a bounded time under the sanitizers.
+"$root/scripts/fuzz.sh" 45

@@ -1,0 +1,50 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets with clang (ASan + UBSan) into build-fuzz/ and
+# runs each for a bounded time, seeded from the generated fixtures and, when
+# present, the shared conformance corpus. Any crash, leak, time-out or
+# sanitizer report fails the run; the input that caused it is kept under
+# build-fuzz/crashes/.
+#   usage: scripts/fuzz.sh [seconds per target, default 60]
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+cd "$root"
+seconds=${1:-60}
+corpus="$root/../shared/corpus"
+targets=(fuzz_arguments fuzz_result_json fuzz_text fuzz_image_load fuzz_pdf)
+
+CC=clang CXX=clang++ cmake -S . -B build-fuzz -DKVO_FUZZ=ON -DKVO_TESTS=OFF -DKVO_SANITIZE=ON \
+  -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build-fuzz -j"$(nproc)" --target "${targets[@]}"
+
+work="$root/build-fuzz/run"
+rm -rf "$work"
+mkdir -p "$work" "$root/build-fuzz/crashes"
+seed() {  # seed <target> <find tests...>: copy matching files into the target's corpus
+  local dir="$work/$1"
+  shift
+  mkdir -p "$dir"
+  for base in "$root/build/fixtures" "$corpus"; do
+    if [ -d "$base" ]; then find "$base" -type f -size -300k "$@" -exec cp -t "$dir" {} + 2>/dev/null || true; fi
+  done
+}
+seed fuzz_image_load \( -name '*.png' -o -name '*.jpg' -o -name '*.webp' -o -name '*.gif' -o -name '*.bmp' \)
+seed fuzz_pdf -name '*.pdf' ! -name 'bomb_giant.pdf' ! -name 'hugemono.pdf' ! -name '*50[01]*.pdf'
+seed fuzz_text -name '*.txt'
+mkdir -p "$work/fuzz_arguments" "$work/fuzz_result_json"
+printf -- '--input\0/in.png\0--artifacts\0/out\0--json' > "$work/fuzz_arguments/valid"
+printf '%s' '{"metadata":{"elapsedMs":1.5},"pageCount":1,"pages":[{"height":2,"page":1,"regions":[{"confidence":0.5,"polygon":[[0,0],[1,0],[1,1],[0,1]],"text":"a"}],"text":"a","width":2}],"text":"a"}' \
+  > "$work/fuzz_result_json/document"
+
+for target in "${targets[@]}"; do
+  echo "== $target (${seconds}s)"
+  status=0
+  "$root/build-fuzz/fuzz/$target" -max_total_time="$seconds" -timeout=30 -rss_limit_mb=4096 \
+    -print_final_stats=1 -artifact_prefix="$root/build-fuzz/crashes/$target-" "$work/$target" \
+    > "$work/$target.log" 2>&1 || status=$?
+  grep -E '^stat::number_of_executed_units|^stat::peak_rss_mb|ERROR|SUMMARY|Test unit written' "$work/$target.log" || true
+  if [ "$status" -ne 0 ]; then
+    tail -40 "$work/$target.log" >&2
+    echo "fuzz: $target found a problem (exit $status); see build-fuzz/crashes/" >&2
+    exit 1
+  fi
+done
