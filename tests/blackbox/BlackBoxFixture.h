@@ -30,6 +30,15 @@ class HelperBinary : public ::testing::Test {
     return run(arguments, env);
   }
 
+  // Runs on `input` into an artifacts directory of its own that goes away
+  // afterwards: for tests that try several inputs in turn.
+  ProcessResult runInFreshDirectory(const std::string& input, const std::vector<std::string>& extra = {}) {
+    TempDir dir;
+    std::vector<std::string> arguments{"--input", input, "--artifacts", dir.file("a"), "--json"};
+    arguments.insert(arguments.end(), extra.begin(), extra.end());
+    return run(arguments);
+  }
+
   static std::string fixture(const std::string& name) { return fixturePath("blackbox/" + name); }
   static std::string pipelineFixture(const std::string& name) { return fixturePath("pipeline/" + name); }
   std::string artifacts() const { return temp_.file("artifacts"); }

@@ -52,8 +52,7 @@ TEST_F(HelperBinary, TextFileIsAnUnsupportedFormat) {
 
 TEST_F(HelperBinary, GifTiffAndBmpAreRefused) {
   for (const char* name : {"image.gif", "image.tiff", "image.bmp"}) {
-    TempDir dir;
-    ProcessResult r = run({"--input", fixture(name), "--artifacts", dir.file("a"), "--json"});
+    ProcessResult r = runInFreshDirectory(fixture(name));
     expectFailure(r, "invalid_input", "Unsupported or invalid input format");
   }
 }
@@ -64,8 +63,7 @@ TEST_F(HelperBinary, ImageOverThePixelLimitIsRefusedFromItsHeader) {
 
 TEST_F(HelperBinary, DamagedPngsFailCleanlyAndSilently) {
   for (const char* name : {"truncated.png", "corrupt-crc.png"}) {
-    TempDir dir;
-    ProcessResult r = run({"--input", fixture(name), "--artifacts", dir.file("a"), "--json"});
+    ProcessResult r = runInFreshDirectory(fixture(name));
     Json line = singleJsonLine(r);
     EXPECT_EQ(r.exitStatus, 2) << name;
     EXPECT_EQ(line["error"]["code"], "invalid_input") << name;
@@ -87,8 +85,7 @@ TEST_F(HelperBinary, BlankImageGivesAnEmptyPageAndNothingOnStderr) {
 
 TEST_F(HelperBinary, TinyImagesSucceedSilently) {
   for (const char* name : {"tiny.png", "tiny-black.png"}) {
-    TempDir dir;
-    ProcessResult r = run({"--input", fixture(name), "--artifacts", dir.file("a"), "--json"});
+    ProcessResult r = runInFreshDirectory(fixture(name));
     Json line = singleJsonLine(r);
     EXPECT_EQ(r.exitStatus, 0) << name;
     EXPECT_EQ(line["pageCount"], 1);

@@ -157,13 +157,11 @@ TEST_F(PdfInput, FiveHundredPagesAreAcceptedAndFiveHundredAndOneRefusedBeforeRen
 }
 
 TEST_F(PdfInput, UserPasswordIsRefusedAndOwnerOnlyEncryptionOpens) {
-  expectFailure(runPdf(fixturePath("pdf_encrypted_user_password.pdf"), "text"), "encrypted_pdf",
+  expectFailure(runInFreshDirectory(fixturePath("pdf_encrypted_user_password.pdf")), "encrypted_pdf",
                 "PDF requires a password");
-  TempDir dir;
-  ProcessResult opened = run({"--input", fixturePath("pdf_encrypted_owner_only.pdf"), "--artifacts", dir.file("a"),
-                              "--output-mode", "text", "--json"});
+  ProcessResult opened = runPdf(fixturePath("pdf_encrypted_owner_only.pdf"), "text");
   ASSERT_EQ(opened.exitStatus, 0) << opened.out;
-  EXPECT_NE(readFile(dir.file("a/ocr.txt")).find("quick brown fox"), std::string::npos);
+  EXPECT_NE(readFile(artifacts() + "/ocr.txt").find("quick brown fox"), std::string::npos);
 }
 
 TEST_F(PdfInput, TruncatedPdfFailsToOpen) {
@@ -172,8 +170,7 @@ TEST_F(PdfInput, TruncatedPdfFailsToOpen) {
 
 TEST_F(PdfInput, DamagedPdfsAnswerWithOneLineAndASilentStderr) {
   for (const char* name : {"pdf_truncated_half.pdf", "pdf_broken_xref.pdf", "pdf_bad_content.pdf"}) {
-    TempDir dir;
-    ProcessResult r = run({"--input", fixturePath(name), "--artifacts", dir.file("a"), "--json"});
+    ProcessResult r = runInFreshDirectory(fixturePath(name));
     Json line = singleJsonLine(r);
     EXPECT_TRUE(r.exitStatus == 0 || r.exitStatus == 2) << name;
     EXPECT_EQ(line["ok"], r.exitStatus == 0) << name;
