@@ -280,9 +280,10 @@ void pngDropWarning(png_structp, png_const_charp) {}
 // Ancillary chunks with no bearing on the pixels this codec returns. libpng
 // skips them unread (apart from the CRC), which also keeps its colour-profile
 // checks from failing or complaining about them. eXIf is among them: EXIF
-// orientation is honoured for JPEG only.
+// orientation is honoured for JPEG only. pHYs is read: it gives the
+// resolution.
 const png_byte kIgnoredPngChunks[] =
-    "bKGD\0cHRM\0eXIf\0gAMA\0hIST\0iCCP\0iTXt\0oFFs\0pCAL\0pHYs\0sBIT\0sCAL\0sPLT\0sRGB\0tEXt\0tIME\0zTXt";
+    "bKGD\0cHRM\0eXIf\0gAMA\0hIST\0iCCP\0iTXt\0oFFs\0pCAL\0sBIT\0sCAL\0sPLT\0sRGB\0tEXt\0tIME\0zTXt";
 
 struct PngReadJob {
   const uint8_t* data;
@@ -293,6 +294,7 @@ struct PngReadJob {
   png_uint_32 width;
   png_uint_32 height;
   unsigned channels;  // of the decoded pixels: 3 or 4
+  double pixelsPerInch;  // from pHYs in pixels per metre; 0 when not declared
   uint8_t* pixels;    // malloc'd; handed to the caller on success
 };
 
@@ -328,6 +330,14 @@ bool pngRead(PngReadJob* job, bool decode) {
   png_read_info(job->png, job->info);
   job->width = png_get_image_width(job->png, job->info);
   job->height = png_get_image_height(job->png, job->info);
+  {
+    // The vertical resolution, as the rows are what text lines are measured
+    // in; an aspect ratio alone (unit unknown) says nothing about it.
+    png_uint_32 xPerUnit = 0, yPerUnit = 0;
+    int unit = PNG_RESOLUTION_UNKNOWN;
+    if (png_get_pHYs(job->png, job->info, &xPerUnit, &yPerUnit, &unit) != 0 && unit == PNG_RESOLUTION_METER)
+      job->pixelsPerInch = yPerUnit * 0.0254;
+  }
   if (decode) {
     // Palette → RGB, gray below 8 bits → 8 bits, tRNS → alpha channel,
     // 16 bits → 8 bits (rounded), gray → RGB. No gamma handling: the stored
@@ -480,6 +490,7 @@ struct JpegJob {
   JDIMENSION width;
   JDIMENSION height;
   int orientation;
+  double pixelsPerInch;  // from the JFIF density; 0 when not declared
   uint8_t* pixels;   // malloc'd RGB; handed to the caller on success
   uint8_t* cmykRow;  // malloc'd scratch row for CMYK/YCCK images
 };
@@ -528,6 +539,14 @@ bool jpegRead(JpegJob* job, bool decode) {
   jpeg_read_header(&job->cinfo, TRUE);
   job->width = job->cinfo.image_width;
   job->height = job->cinfo.image_height;
+  // JFIF density: unit 1 is dots per inch, 2 dots per centimetre, 0 an
+  // aspect ratio only. The vertical one, as for PNG.
+  if (job->cinfo.saw_JFIF_marker) {
+    if (job->cinfo.density_unit == 1)
+      job->pixelsPerInch = job->cinfo.Y_density;
+    else if (job->cinfo.density_unit == 2)
+      job->pixelsPerInch = job->cinfo.Y_density * 2.54;
+  }
   if (decode) {
     job->orientation = jpegOrientation(job->cinfo.marker_list);
     const bool cmyk = job->cinfo.jpeg_color_space == JCS_CMYK || job->cinfo.jpeg_color_space == JCS_YCCK;
@@ -608,7 +627,9 @@ class PngSource final : public EncodedSource {
     job.data = data();
     job.size = size();
     if (!pngRead(&job, true)) return {};
-    return adoptPixels(job.pixels, job.width, job.height, job.channels);
+    Bitmap image = adoptPixels(job.pixels, job.width, job.height, job.channels);
+    image.setPixelsPerInch(job.pixelsPerInch);
+    return image;
   }
 
  protected:
@@ -633,7 +654,9 @@ class JpegSource final : public EncodedSource {
     job.data = data();
     job.size = size();
     if (!jpegRead(&job, true)) return {};
-    return orientUpright(adoptPixels(job.pixels, job.width, job.height, 3), job.orientation);
+    Bitmap image = orientUpright(adoptPixels(job.pixels, job.width, job.height, 3), job.orientation);
+    image.setPixelsPerInch(job.pixelsPerInch);
+    return image;
   }
 
  protected:

@@ -37,6 +37,11 @@ struct PngEncoding {
 //  - decodeUpright yields rgb8 for opaque images and rgba8 (straight alpha)
 //    for images that carry alpha (PNG alpha channel or tRNS, WebP alpha).
 //    JPEG EXIF orientation is applied; no other orientation metadata is.
+//  - decodeUpright sets the bitmap's pixelsPerInch from the declared
+//    vertical resolution: a PNG pHYs chunk in pixels per metre (× 0.0254),
+//    a JPEG JFIF density in dots per inch or per centimetre (× 2.54). It
+//    stays 0 when none is declared, or only an aspect ratio is; values are
+//    passed on as declared, however implausible.
 //    Truncated or corrupt pixel data gives an invalid Bitmap.
 //  - Nothing is ever written to the process's stdout or stderr, and no
 //    library is allowed to abort the process.

@@ -396,6 +396,40 @@ TEST_F(StandardImageCodec, ExpandsGrayscaleJpegToRgb) {
 }
 
 // ---------------------------------------------------------------------------
+// Declared resolution
+
+TEST_F(StandardImageCodec, TakesTheResolutionFromPngPhys) {
+  // 7874 pixels per metre = 200.0 pixels per inch.
+  EXPECT_NEAR(decode("dpi-200.png").pixelsPerInch(), 200.0, 0.01);
+}
+
+TEST_F(StandardImageCodec, LeavesTheResolutionUnknownWithoutPngPhys) {
+  EXPECT_EQ(decode("dpi-none.png").pixelsPerInch(), 0.0);
+  // A pHYs chunk that only gives the aspect ratio.
+  EXPECT_EQ(decode("dpi-aspect.png").pixelsPerInch(), 0.0);
+}
+
+TEST_F(StandardImageCodec, TakesTheResolutionFromJpegDensity) {
+  EXPECT_EQ(decode("dpi-300.jpg").pixelsPerInch(), 300.0);
+  // Dots per centimetre.
+  EXPECT_NEAR(decode("dpcm-118.jpg").pixelsPerInch(), 299.72, 0.01);
+}
+
+TEST_F(StandardImageCodec, LeavesTheResolutionUnknownWithoutJpegDensity) {
+  EXPECT_EQ(decode("dpi-none.jpg").pixelsPerInch(), 0.0);
+}
+
+TEST_F(StandardImageCodec, ReadsBackTheResolutionItWrites) {
+  kvo::test::TempDir dir;
+  Bitmap b = patterned(4, 4, PixelFormat::rgb8, 0);
+  b.setPixelsPerInch(200);
+  ASSERT_EQ(codec.writePng(b, dir.file("dpi.png")), PngWriteResult::written);
+  auto source = codec.open(dir.file("dpi.png"));
+  ASSERT_NE(source, nullptr);
+  EXPECT_NEAR(source->decodeUpright().pixelsPerInch(), 200.0, 0.01);
+}
+
+// ---------------------------------------------------------------------------
 // WebP
 
 TEST_F(StandardImageCodec, CountsAnimatedWebpFramesAndDecodesTheFirst) {
