@@ -2,6 +2,7 @@
 
 #include <leptonica/allheaders.h>
 #include <omp.h>
+#include <sys/stat.h>
 #include <tesseract/baseapi.h>
 #include <tesseract/resultiterator.h>
 #include <unicode/uchar.h>
@@ -12,7 +13,9 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
+#include <map>
 #include <new>
 #include <utility>
 
@@ -316,63 +319,231 @@ std::string tesseractLanguages(const std::vector<std::string>& tags) {
 
 // ---------------------------------------------------------------------------
 
+namespace {
+
+// ---------------------------------------------------------------------------
+// Script of a Chinese page. Tesseract reading with chi_sim and chi_tra
+// together takes many characters of one script for their counterparts in
+// the other, and is slower than either alone. So when both are requested,
+// the page is read with one of them (plus the other requested models): a
+// few of its text lines, found by the layout analysis that recognition then
+// reuses, are read with each Chinese model alone, and the model that is
+// more confident about the Han characters it reads wins. The first one
+// requested wins when the evidence is weak, and on pages without Han.
+
+// Lines sampled at most, and enough Han characters to decide on.
+constexpr int kSampleLines = 8;
+constexpr int kEnoughSampleLines = 3;
+constexpr int kEnoughHan = 60;
+// Lines without Han read in a row before a page is taken to have none.
+constexpr int kHanFreeLinesToGiveUp = 3;
+// The other model wins when its doubt about the Han characters it reads
+// (100 - mean confidence, confidences 0..100) is at most 1/kDoubtRatio of
+// the first's and lower by kDoubtMargin. Measured on 200-dpi pages: about
+// 1.1-1.5 for the right model, 2-5 for the wrong one.
+constexpr double kDoubtRatio = 1.5;
+constexpr double kDoubtMargin = 0.3;
+
+bool isHan(UChar32 c) {
+  UErrorCode status = U_ZERO_ERROR;
+  return c >= 0x2E80 && uscript_getScript(c, &status) == USCRIPT_HAN;
+}
+
+// Confidences (0..100) of the Han characters a probe read.
+struct HanReading {
+  int count = 0;
+  double confidenceSum = 0;
+  double mean() const { return count > 0 ? confidenceSum / count : 0; }
+  void add(const HanReading& o) {
+    count += o.count;
+    confidenceSum += o.confidenceSum;
+  }
+};
+
+HanReading hanReading(tesseract::TessBaseAPI& api) {
+  HanReading reading;
+  std::unique_ptr<tesseract::ResultIterator> it(api.GetIterator());
+  if (!it || it->Empty(tesseract::RIL_SYMBOL)) return reading;
+  do {
+    std::unique_ptr<char[]> text(it->GetUTF8Text(tesseract::RIL_SYMBOL));
+    if (text == nullptr) continue;
+    int32_t i = 0;
+    UChar32 c = 0;
+    const auto length = static_cast<int32_t>(std::strlen(text.get()));
+    U8_NEXT(text.get(), i, length, c);
+    if (c >= 0 && isHan(c)) {
+      ++reading.count;
+      reading.confidenceSum += it->Confidence(tesseract::RIL_SYMBOL);
+    }
+  } while (it->Next(tesseract::RIL_SYMBOL));
+  return reading;
+}
+
+std::vector<std::string> splitCodes(const std::string& joined) {
+  std::vector<std::string> codes;
+  size_t start = 0;
+  while (start <= joined.size()) {
+    const size_t end = std::min(joined.find('+', start), joined.size());
+    if (end > start) codes.push_back(joined.substr(start, end - start));
+    start = end + 1;
+  }
+  return codes;
+}
+
+std::string joinCodes(const std::vector<std::string>& codes) {
+  std::string joined;
+  for (const auto& code : codes) {
+    if (!joined.empty()) joined += '+';
+    joined += code;
+  }
+  return joined;
+}
+
+}  // namespace
+
 struct TesseractEngine::State {
   std::string tessdataDir;
   Threading threading;
-  tesseract::TessBaseAPI api;
-  bool initialised = false;
   bool failed = false;
-  std::string languages;  // what the models were loaded for
+  // What the loaded models were loaded for; a request for anything else
+  // drops them.
+  bool configured = false;
+  std::string languages;
   bool correction = false;
+  // Loaded on first use, each at most once: the models for reading pages
+  // ("chi_sim+eng", ...) in page segmentation mode, and the Chinese models
+  // alone ("chi_sim", "chi_tra") reading single sample lines.
+  std::map<std::string, std::unique_ptr<tesseract::TessBaseAPI>> pageReaders, lineReaders;
 
-  bool ensureInitialised(const RecognitionRequest& request);
-  std::vector<TextObservation> collect(double width, double height);
+  bool configure(const RecognitionRequest& request);
+  tesseract::TessBaseAPI* reader(const std::string& languages, bool line);
+  bool chooseSecondScript(tesseract::TessBaseAPI& page, const GreyImage& grey, int width, int height,
+                          const std::string& first, const std::string& second);
+  std::vector<TextObservation> collect(tesseract::TessBaseAPI& api, double width, double height);
 };
 
-bool TesseractEngine::State::ensureInitialised(const RecognitionRequest& request) {
+bool TesseractEngine::State::configure(const RecognitionRequest& request) {
   if (failed) return false;
   const std::string wanted = tesseract_text::tesseractLanguages(request.languages);
-  if (initialised && wanted == languages && request.usesLanguageCorrection == correction) return true;
-  if (initialised) api.End();
-  initialised = false;
+  if (configured && wanted == languages && request.usesLanguageCorrection == correction) return true;
+  pageReaders.clear();
+  lineReaders.clear();
+  configured = false;
+  // Every requested model must be there, even one this page will not need.
+  for (const auto& code : splitCodes(wanted)) {
+    struct stat st {};
+    const std::string file = tessdataDir + "/" + code + ".traineddata";
+    if (::stat(file.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) {
+      failed = true;
+      return false;
+    }
+  }
+  configured = true;
+  languages = wanted;
+  correction = request.usesLanguageCorrection;
+  return true;
+}
 
+tesseract::TessBaseAPI* TesseractEngine::State::reader(const std::string& wanted, bool line) {
+  auto& readers = line ? lineReaders : pageReaders;
+  if (auto found = readers.find(wanted); found != readers.end()) return found->second.get();
+  if (failed) return nullptr;
   // Dictionaries are init-only parameters. The LSTM recogniser loads its
   // own word lists only when it decodes with the ratings matrix
-  // (lstm_use_matrix), so that is switched off with the legacy ones.
-  const char* dictionaries = request.usesLanguageCorrection ? "1" : "0";
+  // (lstm_use_matrix), so that is switched off with the legacy ones. The
+  // line readers only compare confidences and go without.
+  const char* dictionaries = correction && !line ? "1" : "0";
   const std::vector<std::string> names = {"load_system_dawg", "load_freq_dawg",   "load_unambig_dawg",
                                           "load_punc_dawg",   "load_number_dawg", "load_bigram_dawg",
                                           "lstm_use_matrix"};
   const std::vector<std::string> values(names.size(), dictionaries);
-  const bool ok = api.Init(tessdataDir.c_str(), wanted.c_str(), tesseract::OEM_LSTM_ONLY, nullptr, 0, &names,
-                           &values, false) == 0;
-  if (ok) {
+  auto api = std::make_unique<tesseract::TessBaseAPI>();
+  if (api->Init(tessdataDir.c_str(), wanted.c_str(), tesseract::OEM_LSTM_ONLY, nullptr, 0, &names, &values,
+                false) == 0) {
     // Tesseract carries on when some of the languages fail to load; the
     // engine does not.
     std::vector<std::string> loaded;
-    api.GetLoadedLanguagesAsVector(&loaded);
-    size_t start = 0;
+    api->GetLoadedLanguagesAsVector(&loaded);
     bool all = true;
-    while (start <= wanted.size()) {
-      const size_t end = std::min(wanted.find('+', start), wanted.size());
-      const std::string code = wanted.substr(start, end - start);
+    for (const auto& code : splitCodes(wanted))
       all = all && std::find(loaded.begin(), loaded.end(), code) != loaded.end();
-      start = end + 1;
-    }
     if (all) {
-      api.SetPageSegMode(tesseract::PSM_AUTO);
-      initialised = true;
-      languages = wanted;
-      correction = request.usesLanguageCorrection;
-      return true;
+      api->SetPageSegMode(line ? tesseract::PSM_SINGLE_LINE : tesseract::PSM_AUTO);
+      return readers.emplace(wanted, std::move(api)).first->second.get();
     }
   }
-  api.End();
+  api->End();
   failed = true;
-  return false;
+  pageReaders.clear();
+  lineReaders.clear();
+  return nullptr;
 }
 
-std::vector<TextObservation> TesseractEngine::State::collect(double width, double height) {
+// With `page` holding the page's layout (read for `first`), decides whether
+// the page is rather in the script of the `second` Chinese model.
+bool TesseractEngine::State::chooseSecondScript(tesseract::TessBaseAPI& page, const GreyImage& grey, int width,
+                                                int height, const std::string& first, const std::string& second) {
+  // Horizontal text lines, in reading order.
+  std::vector<Box> lines;
+  {
+    std::unique_ptr<tesseract::PageIterator> it(page.AnalyseLayout());
+    if (!it || it->Empty(tesseract::RIL_TEXTLINE)) return false;
+    do {
+      Box b;
+      if (it->BoundingBox(tesseract::RIL_TEXTLINE, &b.left, &b.top, &b.right, &b.bottom) && b.height() >= 8 &&
+          b.width() >= 3 * b.height())
+        lines.push_back(b);
+    } while (it->Next(tesseract::RIL_TEXTLINE));
+  }
+  if (lines.empty()) return false;
+  // Spread the sample over the page.
+  std::vector<Box> sample;
+  const size_t count = std::min<size_t>(lines.size(), kSampleLines);
+  for (size_t i = 0; i < count; ++i) sample.push_back(lines[(2 * i + 1) * lines.size() / (2 * count)]);
+
+  const int resolution = page.GetSourceYResolution();
+  auto read = [&](tesseract::TessBaseAPI& api, const Box& b) {
+    const int pad = std::max(2, b.height() / 4);
+    const int left = std::max(b.left - pad, 0), top = std::max(b.top - pad, 0);
+    const int right = std::min(b.right + pad, width), bottom = std::min(b.bottom + pad, height);
+    api.SetImage(grey.data + static_cast<size_t>(top) * width + left, right - left, bottom - top, 1, width);
+    if (resolution > 0) api.SetSourceResolution(resolution);
+    HanReading reading;
+    if (api.Recognize(nullptr) == 0) reading = hanReading(api);
+    api.Clear();
+    return reading;
+  };
+
+  tesseract::TessBaseAPI* firstReader = reader(first, true);
+  if (firstReader == nullptr) return false;
+  std::vector<Box> hanLines;
+  HanReading firstTotal;
+  int hanFree = 0;
+  for (const Box& b : sample) {
+    const HanReading r = read(*firstReader, b);
+    if (r.count >= 4) {
+      hanLines.push_back(b);
+      firstTotal.add(r);
+      hanFree = 0;
+    } else if (++hanFree >= kHanFreeLinesToGiveUp && hanLines.empty()) {
+      break;
+    }
+    if (static_cast<int>(hanLines.size()) >= kEnoughSampleLines && firstTotal.count >= kEnoughHan) break;
+  }
+  if (hanLines.empty()) return false;
+  tesseract::TessBaseAPI* secondReader = reader(second, true);
+  if (secondReader == nullptr) return false;
+  HanReading secondTotal;
+  for (const Box& b : hanLines) secondTotal.add(read(*secondReader, b));
+  if (secondTotal.count == 0) return false;
+  // Both models are nearly sure of most characters; what tells them apart
+  // is how much doubt each has left.
+  const double firstDoubt = 100 - firstTotal.mean(), secondDoubt = 100 - secondTotal.mean();
+  return secondDoubt * kDoubtRatio < firstDoubt && firstDoubt - secondDoubt > kDoubtMargin;
+}
+
+std::vector<TextObservation> TesseractEngine::State::collect(tesseract::TessBaseAPI& api, double width,
+                                                            double height) {
   std::vector<TextObservation> observations;
   std::unique_ptr<tesseract::ResultIterator> it(api.GetIterator());
   if (!it || it->Empty(tesseract::RIL_TEXTLINE)) return observations;
@@ -454,28 +625,64 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
     return std::nullopt;
 
   SingleThreadRegions singleThread(state_->threading == Threading::singleThread);
-  if (!state_->ensureInitialised(request)) return std::nullopt;
+  State& state = *state_;
+  if (!state.configure(request)) return std::nullopt;
 
   const int width = static_cast<int>(image.width());
   const int height = static_cast<int>(image.height());
-  {
-    GreyImage grey;
-    if (!toGrey(image, grey)) return std::nullopt;
-    // Tesseract copies the pixels into its own image.
-    state_->api.SetImage(grey.data, width, height, 1, width);
-  }
-  if (image.pixelsPerInch() > 0) {
-    const double ppi = std::min(image.pixelsPerInch(), static_cast<double>(std::numeric_limits<int>::max()));
-    state_->api.SetSourceResolution(static_cast<int>(std::lround(ppi)));
-  }
+  GreyImage grey;
+  if (!toGrey(image, grey)) return std::nullopt;
+  const int ppi = image.pixelsPerInch() > 0
+                      ? static_cast<int>(std::lround(std::min(image.pixelsPerInch(),
+                                                              static_cast<double>(std::numeric_limits<int>::max()))))
+                      : 0;
+  // Tesseract copies the pixels into its own image.
+  auto load = [&](tesseract::TessBaseAPI& api) {
+    api.SetImage(grey.data, width, height, 1, width);
+    if (ppi > 0) api.SetSourceResolution(ppi);
+  };
 
+  // The models to read the page with: all requested, or, when both Chinese
+  // models are, one of them (see chooseSecondScript).
+  std::vector<std::string> codes = splitCodes(state.languages);
+  const auto sim = std::find(codes.begin(), codes.end(), "chi_sim");
+  const auto tra = std::find(codes.begin(), codes.end(), "chi_tra");
+  tesseract::TessBaseAPI* api = nullptr;
   std::optional<std::vector<TextObservation>> result;
   try {
-    if (state_->api.Recognize(nullptr) == 0) result = state_->collect(width, height);
+    if (sim != codes.end() && tra != codes.end()) {
+      const std::string first = sim < tra ? "chi_sim" : "chi_tra";
+      const std::string second = sim < tra ? "chi_tra" : "chi_sim";
+      auto without = [&](const std::string& code) {
+        std::vector<std::string> rest;
+        for (const auto& c : codes)
+          if (c != code) rest.push_back(c);
+        return joinCodes(rest);
+      };
+      api = state.reader(without(second), false);
+      if (api == nullptr) return std::nullopt;
+      load(*api);
+      const bool useSecond = state.chooseSecondScript(*api, grey, width, height, first, second);
+      if (state.failed) {
+        api = nullptr;  // released with the others
+        return std::nullopt;
+      }
+      if (useSecond) {
+        api->Clear();
+        api = state.reader(without(first), false);
+        if (api == nullptr) return std::nullopt;
+        load(*api);
+      }
+    } else {
+      api = state.reader(state.languages, false);
+      if (api == nullptr) return std::nullopt;
+      load(*api);
+    }
+    if (api->Recognize(nullptr) == 0) result = state.collect(*api, width, height);
   } catch (const std::bad_alloc&) {
     result.reset();
   }
-  state_->api.Clear();
+  if (api != nullptr) api->Clear();
   return result;
 }
 

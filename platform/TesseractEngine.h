@@ -19,9 +19,19 @@ namespace kvo {
 // `usesLanguageCorrection` switches the models' dictionaries on or off;
 // `level` makes no difference (there is one set of models).
 //
-// The engine loads its models on the first `recognize` and keeps them; a
-// later request with other languages or another language-correction setting
-// reloads them. Once loading has failed, every later call returns nullopt.
+// Simplified and Traditional: when both chi_sim and chi_tra are requested,
+// a page is not read with both at once (that mixes the two scripts up) but
+// with the one that suits it, together with the other requested models
+// ("chi_sim+eng" or "chi_tra+eng"). To choose, a few text lines from the
+// page's layout are read with each Chinese model alone, and the model that
+// is clearly more confident about the Han characters wins; otherwise, and
+// on pages without Han, the one requested first does.
+//
+// Every requested model file must be present, or the engine fails at once.
+// The models themselves are loaded when a page first needs them (an English
+// page never loads chi_tra), each set at most once, and kept; a later
+// request with other languages or another language-correction setting
+// drops them. Once loading has failed, every later call returns nullopt.
 //
 // Whatever the environment: nothing is written to the process's stdout or
 // stderr (Tesseract's and Leptonica's diagnostics are discarded for the

@@ -137,7 +137,11 @@ class TesseractEngine : public ::testing::Test {
 
   static std::string allText(const Observations& observations) {
     std::string all;
-    for (const auto& o : observations) all += "[" + text(o) + "]";
+    for (const auto& o : observations) {
+      all += '[';
+      all += text(o);
+      all += ']';
+    }
     return all;
   }
 
@@ -255,6 +259,53 @@ TEST_F(TesseractEngine, ReadsTraditionalChineseWithoutSpacesBetweenCharacters) {
   ASSERT_NE(line, nullptr) << allText(observations);
   EXPECT_NE(text(*line).find("繁體"), std::string::npos) << text(*line);
   EXPECT_EQ(text(*line).find(' '), std::string::npos) << text(*line);
+}
+
+TEST_F(TesseractEngine, ReadsASimplifiedPageInSimplifiedForms) {
+  const auto observations = recognize(fixture("ocr_hans_forms.ppm"));
+  const std::string all = allText(observations);
+  for (const char* word : {"这个", "数据", "设置", "简体", "选择", "语言", "学习"})
+    EXPECT_NE(all.find(word), std::string::npos) << word << " in " << all;
+  for (const char* word : {"這", "個", "數", "設", "簡", "選", "語", "學"})
+    EXPECT_EQ(all.find(word), std::string::npos) << word << " in " << all;
+}
+
+TEST_F(TesseractEngine, ReadsATraditionalPageInTraditionalForms) {
+  const auto observations = recognize(fixture("ocr_hant_forms.ppm"));
+  const std::string all = allText(observations);
+  for (const char* word : {"這個", "資料", "設定", "選擇", "語言", "學習"})
+    EXPECT_NE(all.find(word), std::string::npos) << word << " in " << all;
+  for (const char* word : {"这", "个", "资", "设", "为", "选", "语", "学"})
+    EXPECT_EQ(all.find(word), std::string::npos) << word << " in " << all;
+}
+
+TEST_F(TesseractEngine, ChoosesTheScriptWhicheverChineseIsRequestedFirst) {
+  kvo::TesseractEngine engine;
+  const auto simplified = engine.recognize(fixture("ocr_hans_forms.ppm"), request({"zh-Hant", "zh-Hans", "en"}));
+  ASSERT_TRUE(simplified.has_value());
+  EXPECT_NE(allText(*simplified).find("数据"), std::string::npos) << allText(*simplified);
+  const auto traditional = engine.recognize(fixture("ocr_hant_forms.ppm"), request({"zh-Hant", "zh-Hans", "en"}));
+  ASSERT_TRUE(traditional.has_value());
+  EXPECT_NE(allText(*traditional).find("資料"), std::string::npos) << allText(*traditional);
+}
+
+TEST_F(TesseractEngine, LoadsTheOtherChineseModelOnlyForPagesWithHan) {
+  // chi_tra is there but cannot be loaded: a page that never needs it reads
+  // fine; the first page that does makes the engine fail.
+  kvo::test::TempDir dir;
+  for (const char* model : {"eng.traineddata", "chi_sim.traineddata"})
+    std::filesystem::create_symlink(kvo::TesseractEngine::defaultTessdataDir() + "/" + model, dir.file(model));
+  std::ofstream(dir.file("chi_tra.traineddata")) << "not a model";
+  kvo::TesseractEngine engine(dir.path());
+  std::optional<Observations> english, chinese;
+  expectSilent([&] {
+    english = engine.recognize(fixture("ocr_two_lines.ppm"), request());
+    chinese = engine.recognize(fixture("ocr_hans_forms.ppm"), request());
+  });
+  ASSERT_TRUE(english.has_value());
+  EXPECT_NE(find(*english, "Alpha"), nullptr) << allText(*english);
+  EXPECT_FALSE(chinese.has_value());
+  EXPECT_FALSE(engine.recognize(fixture("ocr_two_lines.ppm"), request()).has_value());
 }
 
 TEST_F(TesseractEngine, KeepsASpaceWhereChineseWordsStandApart) {
