@@ -96,6 +96,23 @@ struct Word {
 // (`lineThickness`: the height of a horizontal line), or at most a whole
 // thickness when either side is punctuation, whose glyph carries blank
 // space of its own. Latin words always keep their spaces.
+//
+// Fullwidth punctuation: Tesseract reads many fullwidth marks in Chinese
+// text as their ASCII forms, while Chinese text also uses the ASCII ones;
+// the blank each leaves tells them apart. A , : ; ? or ! standing as a word
+// of its own after Han (or fullwidth CJK punctuation) becomes ， ： ； ？ ！
+// when the blank before it is at least a quarter of the line's thickness,
+// or the blank after it at least 0.42 of it (a fullwidth mark sits in a
+// square cell; an ASCII one is set close to its neighbours). A pair of
+// parentheses with Han next to either one, inside or out, becomes （ ）
+// when the blank before the ( or after the ) is at least 0.45 of the
+// thickness (0.25 before fullwidth punctuation): a fullwidth ( sits at the
+// right of its cell, ) at the left. A ) whose ( is on an earlier line is
+// widened when it follows Han and has that blank after it; a 〈 the line
+// does not close (Tesseract's reading of some fullwidth ( ) counts as a (.
+// No space is written next to a widened mark. Punctuation among Latin
+// letters and digits ("1,234.56", "(see man page)", "a: b") is never
+// widened.
 std::string joinLineWords(const std::vector<Word>& words, int lineThickness);
 
 // The tessdata language codes for a request's BCP 47 tags, joined by '+'
