@@ -628,7 +628,9 @@ bool TesseractEngine::State::chooseSecondScript(tesseract::TessBaseAPI& page, co
   auto read = [&](tesseract::TessBaseAPI& api, const Box& b, int widest = std::numeric_limits<int>::max()) {
     const int pad = std::max(2, b.height() / 4);
     const int left = std::max(b.left - pad, 0), top = std::max(b.top - pad, 0);
-    const int right = std::min({b.right + pad, width, left + widest}), bottom = std::min(b.bottom + pad, height);
+    // `widest` may be INT_MAX: compare before adding so nothing overflows.
+    const int widthLimit = widest < width - left ? left + widest : width;
+    const int right = std::min({b.right + pad, width, widthLimit}), bottom = std::min(b.bottom + pad, height);
     api.SetImage(grey.data + static_cast<size_t>(top) * width + left, right - left, bottom - top, 1, width);
     if (resolution > 0) api.SetSourceResolution(resolution);
     HanReading reading;
