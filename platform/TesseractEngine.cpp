@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <tesseract/baseapi.h>
 #include <tesseract/resultiterator.h>
+#include <unicode/translit.h>
 #include <unicode/uchar.h>
 #include <unicode/uscript.h>
 #include <unicode/utf8.h>
@@ -471,19 +472,70 @@ constexpr int kProbeWidthInHeights = 12;
 // 1.1-1.5 for the right model, 2-5 for the wrong one.
 constexpr double kDoubtRatio = 1.5;
 constexpr double kDoubtMargin = 0.3;
+// Characters in a script's own forms both readings need for the doubt to be
+// measured on them alone.
+constexpr int kEnoughOwnForms = 8;
 
-// Confidences (0..100) of the Han characters a probe read.
-struct HanReading {
+// On a Chinese page read with a Chinese model alone, a run of words with
+// Latin letters is read again with the other requested models, and that
+// reading replaces the Chinese model's when its mean confidence (0..100)
+// is higher by more than this. The Chinese models read most Latin text in
+// Chinese documents well; on 200-dpi pages, lower margins swapped in worse
+// English readings about as often as better ones.
+constexpr double kLatinRereadMargin = 20;
+
+// Confidences (0..100) of the Han characters a probe read: all of them,
+// and those the model wrote in a form of its own script only (a Simplified
+// form the Traditional script writes differently, or the other way round).
+// Both models read most glyphs with near certainty, shared characters and
+// the other script's alike, each mapping the glyph onto its own script; the
+// characters whose form differs are where the wrong model is less sure.
+struct Confidences {
   int count = 0;
-  double confidenceSum = 0;
-  double mean() const { return count > 0 ? confidenceSum / count : 0; }
-  void add(const HanReading& o) {
+  double sum = 0;
+  double doubt() const { return count > 0 ? 100 - sum / count : 100; }
+  void add(double confidence) {
+    ++count;
+    sum += confidence;
+  }
+  void add(const Confidences& o) {
     count += o.count;
-    confidenceSum += o.confidenceSum;
+    sum += o.sum;
   }
 };
 
-HanReading hanReading(tesseract::TessBaseAPI& api) {
+struct HanReading {
+  Confidences han, ownForms;
+  void add(const HanReading& o) {
+    han.add(o.han);
+    ownForms.add(o.ownForms);
+  }
+};
+
+// Tells the forms of one Chinese script from those the other writes
+// differently, with ICU's Simplified/Traditional transliteration data.
+class ScriptForms {
+ public:
+  // `toOther` is "Hans-Hant" for Simplified, "Hant-Hans" for Traditional.
+  explicit ScriptForms(const char* toOther) {
+    UErrorCode status = U_ZERO_ERROR;
+    transliterator_.reset(icu::Transliterator::createInstance(toOther, UTRANS_FORWARD, status));
+    if (U_FAILURE(status)) transliterator_.reset();
+  }
+  // True when the other script writes `c` differently; false when it
+  // writes it the same way or the data is missing.
+  bool own(UChar32 c) const {
+    if (!transliterator_) return false;
+    icu::UnicodeString text(c);
+    transliterator_->transliterate(text);
+    return text != icu::UnicodeString(c);
+  }
+
+ private:
+  std::unique_ptr<icu::Transliterator> transliterator_;
+};
+
+HanReading hanReading(tesseract::TessBaseAPI& api, const ScriptForms& forms) {
   HanReading reading;
   std::unique_ptr<tesseract::ResultIterator> it(api.GetIterator());
   if (!it || it->Empty(tesseract::RIL_SYMBOL)) return reading;
@@ -495,8 +547,9 @@ HanReading hanReading(tesseract::TessBaseAPI& api) {
     const auto length = static_cast<int32_t>(std::strlen(text.get()));
     U8_NEXT(text.get(), i, length, c);
     if (c >= 0 && isHan(c)) {
-      ++reading.count;
-      reading.confidenceSum += it->Confidence(tesseract::RIL_SYMBOL);
+      const double confidence = it->Confidence(tesseract::RIL_SYMBOL);
+      reading.han.add(confidence);
+      if (forms.own(c)) reading.ownForms.add(confidence);
     }
   } while (it->Next(tesseract::RIL_SYMBOL));
   return reading;
@@ -524,6 +577,89 @@ std::string joinCodes(const std::vector<std::string>& codes) {
 
 }  // namespace
 
+// One text line as read: its box and the words on it.
+struct ReadLine {
+  Box box;
+  bool placed = false;  // false for a line without a box, which is left out
+  // How far the baseline drops (positive) or rises from the left edge of
+  // the box to the right edge, in pixels; 0 for a level line.
+  double drop = 0;
+  float confidence = 0;
+  std::vector<tesseract_text::Word> words;
+  // Parallel to `words`: each one's box and confidence (0..100).
+  std::vector<Box> boxes;
+  std::vector<float> confidences;
+};
+
+// The lines of a recognition, boxes moved by (dx, dy) into page
+// coordinates, blanks between words measured on `ink` (the page's).
+std::vector<ReadLine> readLines(tesseract::TessBaseAPI& api, const InkMap& ink, int dx = 0, int dy = 0) {
+  std::vector<ReadLine> lines;
+  std::unique_ptr<tesseract::ResultIterator> it(api.GetIterator());
+  if (!it || it->Empty(tesseract::RIL_TEXTLINE)) return lines;
+  auto shift = [&](Box& b) {
+    b.left += dx;
+    b.right += dx;
+    b.top += dy;
+    b.bottom += dy;
+  };
+  Box previousWord;
+  do {
+    if (lines.empty() || it->IsAtBeginningOf(tesseract::RIL_TEXTLINE)) {
+      ReadLine line;
+      line.placed =
+          it->BoundingBox(tesseract::RIL_TEXTLINE, &line.box.left, &line.box.top, &line.box.right, &line.box.bottom);
+      line.confidence = it->Confidence(tesseract::RIL_TEXTLINE);
+      line.drop = baselineDrop(*it, line.box);
+      shift(line.box);
+      lines.push_back(std::move(line));
+    }
+    ReadLine& line = lines.back();
+    Box box;
+    std::unique_ptr<char[]> text(it->GetUTF8Text(tesseract::RIL_WORD));
+    if (text == nullptr || !it->BoundingBox(tesseract::RIL_WORD, &box.left, &box.top, &box.right, &box.bottom))
+      continue;
+    shift(box);
+    tesseract_text::Word word;
+    // A word holds no white space; drop any that slips in.
+    for (const char* p = text.get(); *p != '\0'; ++p)
+      if (*p != ' ' && *p != '\n' && *p != '\t' && *p != '\r') word.text += *p;
+    if (word.text.empty()) continue;
+    if (!line.words.empty()) word.gapBefore = ink.gap(line.box, previousWord, box);
+    line.words.push_back(std::move(word));
+    line.boxes.push_back(box);
+    line.confidences.push_back(it->Confidence(tesseract::RIL_WORD));
+    previousWord = box;
+  } while (it->Next(tesseract::RIL_WORD));
+  return lines;
+}
+
+// What a word read by a Chinese model is made of.
+struct WordMakeUp {
+  bool han = false;
+  bool latin = false;
+};
+
+WordMakeUp makeUpOf(const std::string& word) {
+  WordMakeUp makeUp;
+  int32_t i = 0;
+  const auto length = static_cast<int32_t>(word.size());
+  while (i < length) {
+    UChar32 c = 0;
+    U8_NEXT(word.data(), i, length, c);
+    if (c < 0) continue;
+    UErrorCode status = U_ZERO_ERROR;
+    if (isHan(c)) makeUp.han = true;
+    if (u_isalpha(c) && uscript_getScript(c, &status) == USCRIPT_LATIN) makeUp.latin = true;
+  }
+  return makeUp;
+}
+
+enum class ReaderKind { page, line, sample };
+
+// What the sample lines of a page showed.
+enum class Script { noHan, first, second };
+
 struct TesseractEngine::State {
   std::string tessdataDir;
   Threading threading;
@@ -533,24 +669,36 @@ struct TesseractEngine::State {
   bool configured = false;
   std::string languages;
   bool correction = false;
-  // Loaded on first use, each at most once: the models for reading pages
-  // ("chi_sim+eng", ...) in page segmentation mode, and the Chinese models
-  // alone ("chi_sim", "chi_tra") reading single sample lines.
-  std::map<std::string, std::unique_ptr<tesseract::TessBaseAPI>> pageReaders, lineReaders;
+  // Loaded on first use, each at most once, keyed by models and whether the
+  // dictionaries are on: the models reading pages ("chi_sim+eng",
+  // "chi_sim", ...) and single lines ("chi_sim+eng", ...), and the Chinese
+  // models alone ("chi_sim", "chi_tra") reading sample lines, without
+  // dictionaries. One instance serves pages and lines alike.
+  std::map<std::pair<std::string, bool>, std::unique_ptr<tesseract::TessBaseAPI>> readers;
 
   bool configure(const RecognitionRequest& request);
-  tesseract::TessBaseAPI* reader(const std::string& languages, bool line);
-  bool chooseSecondScript(tesseract::TessBaseAPI& page, const GreyImage& grey, int width, int height,
-                          const std::string& first, const std::string& second);
-  std::vector<TextObservation> collect(tesseract::TessBaseAPI& api, double width, double height);
+  tesseract::TessBaseAPI* reader(const std::string& languages, ReaderKind kind);
+  void dropReaders() { readers.clear(); }
+  Script chooseScript(tesseract::TessBaseAPI& page, const GreyImage& grey, int width, int height,
+                      const std::string& first, const std::string& second);
+  // The page's lines as `api` read them. With `latinLanguages`, lines with
+  // Latin letters on them are read again, alone, with those models.
+  std::vector<TextObservation> collect(tesseract::TessBaseAPI& api, double width, double height,
+                                       const GreyImage& grey, const std::string& latinLanguages);
+  // The forms of the script of "chi_sim" or "chi_tra", made on first use.
+  std::map<std::string, std::unique_ptr<ScriptForms>> scriptForms;
+  const ScriptForms& forms(const std::string& code) {
+    auto& slot = scriptForms[code];
+    if (!slot) slot = std::make_unique<ScriptForms>(code == "chi_tra" ? "Hant-Hans" : "Hans-Hant");
+    return *slot;
+  }
 };
 
 bool TesseractEngine::State::configure(const RecognitionRequest& request) {
   if (failed) return false;
   const std::string wanted = tesseract_text::tesseractLanguages(request.languages);
   if (configured && wanted == languages && request.usesLanguageCorrection == correction) return true;
-  pageReaders.clear();
-  lineReaders.clear();
+  dropReaders();
   configured = false;
   // Every requested model must be there, even one this page will not need.
   for (const auto& code : splitCodes(wanted)) {
@@ -567,15 +715,20 @@ bool TesseractEngine::State::configure(const RecognitionRequest& request) {
   return true;
 }
 
-tesseract::TessBaseAPI* TesseractEngine::State::reader(const std::string& wanted, bool line) {
-  auto& readers = line ? lineReaders : pageReaders;
-  if (auto found = readers.find(wanted); found != readers.end()) return found->second.get();
+tesseract::TessBaseAPI* TesseractEngine::State::reader(const std::string& wanted, ReaderKind kind) {
+  const bool withDictionaries = correction && kind != ReaderKind::sample;
+  const auto mode = kind == ReaderKind::page ? tesseract::PSM_AUTO : tesseract::PSM_SINGLE_LINE;
+  const auto key = std::make_pair(wanted, withDictionaries);
+  if (auto found = readers.find(key); found != readers.end()) {
+    found->second->SetPageSegMode(mode);
+    return found->second.get();
+  }
   if (failed) return nullptr;
   // Dictionaries are init-only parameters. The LSTM recogniser loads its
   // own word lists only when it decodes with the ratings matrix
   // (lstm_use_matrix), so that is switched off with the legacy ones. The
-  // line readers only compare confidences and go without.
-  const char* dictionaries = correction && !line ? "1" : "0";
+  // sample readers only compare confidences and go without.
+  const char* dictionaries = withDictionaries ? "1" : "0";
   const std::vector<std::string> names = {"load_system_dawg", "load_freq_dawg",   "load_unambig_dawg",
                                           "load_punc_dawg",   "load_number_dawg", "load_bigram_dawg",
                                           "lstm_use_matrix"};
@@ -591,26 +744,26 @@ tesseract::TessBaseAPI* TesseractEngine::State::reader(const std::string& wanted
     for (const auto& code : splitCodes(wanted))
       all = all && std::find(loaded.begin(), loaded.end(), code) != loaded.end();
     if (all) {
-      api->SetPageSegMode(line ? tesseract::PSM_SINGLE_LINE : tesseract::PSM_AUTO);
-      return readers.emplace(wanted, std::move(api)).first->second.get();
+      api->SetPageSegMode(mode);
+      return readers.emplace(key, std::move(api)).first->second.get();
     }
   }
   api->End();
   failed = true;
-  pageReaders.clear();
-  lineReaders.clear();
+  dropReaders();
   return nullptr;
 }
 
-// With `page` holding the page's layout (read for `first`), decides whether
-// the page is rather in the script of the `second` Chinese model.
-bool TesseractEngine::State::chooseSecondScript(tesseract::TessBaseAPI& page, const GreyImage& grey, int width,
-                                                int height, const std::string& first, const std::string& second) {
+// With `page` holding the page's layout, decides whether the page has Han
+// on it, and whether it is rather in the script of the `first` Chinese
+// model or the `second`.
+Script TesseractEngine::State::chooseScript(tesseract::TessBaseAPI& page, const GreyImage& grey, int width,
+                                            int height, const std::string& first, const std::string& second) {
   // Horizontal text lines, in reading order.
   std::vector<Box> lines;
   {
     std::unique_ptr<tesseract::PageIterator> it(page.AnalyseLayout());
-    if (!it || it->Empty(tesseract::RIL_TEXTLINE)) return false;
+    if (!it || it->Empty(tesseract::RIL_TEXTLINE)) return Script::noHan;
     do {
       Box b;
       if (it->BoundingBox(tesseract::RIL_TEXTLINE, &b.left, &b.top, &b.right, &b.bottom) && b.height() >= 8 &&
@@ -618,14 +771,15 @@ bool TesseractEngine::State::chooseSecondScript(tesseract::TessBaseAPI& page, co
         lines.push_back(b);
     } while (it->Next(tesseract::RIL_TEXTLINE));
   }
-  if (lines.empty()) return false;
+  if (lines.empty()) return Script::noHan;
   // Spread the sample over the page.
   std::vector<Box> sample;
   const size_t count = std::min<size_t>(lines.size(), kSampleLines);
   for (size_t i = 0; i < count; ++i) sample.push_back(lines[(2 * i + 1) * lines.size() / (2 * count)]);
 
   const int resolution = page.GetSourceYResolution();
-  auto read = [&](tesseract::TessBaseAPI& api, const Box& b, int widest = std::numeric_limits<int>::max()) {
+  auto read = [&](tesseract::TessBaseAPI& api, const ScriptForms& forms, const Box& b,
+                  int widest = std::numeric_limits<int>::max()) {
     const int pad = std::max(2, b.height() / 4);
     const int left = std::max(b.left - pad, 0), top = std::max(b.top - pad, 0);
     // `widest` may be INT_MAX: compare before adding so nothing overflows.
@@ -634,88 +788,145 @@ bool TesseractEngine::State::chooseSecondScript(tesseract::TessBaseAPI& page, co
     api.SetImage(grey.data + static_cast<size_t>(top) * width + left, right - left, bottom - top, 1, width);
     if (resolution > 0) api.SetSourceResolution(resolution);
     HanReading reading;
-    if (api.Recognize(nullptr) == 0) reading = hanReading(api);
+    if (api.Recognize(nullptr) == 0) reading = hanReading(api, forms);
     api.Clear();
     return reading;
   };
 
-  tesseract::TessBaseAPI* firstReader = reader(first, true);
-  if (firstReader == nullptr) return false;
+  tesseract::TessBaseAPI* firstReader = reader(first, ReaderKind::sample);
+  if (firstReader == nullptr) return Script::noHan;
+  const ScriptForms& firstForms = forms(first);
   std::vector<Box> hanLines;
   HanReading firstTotal;
   int hanFree = 0;
   for (const Box& b : sample) {
     const int probeWidth = kProbeWidthInHeights * b.height();
-    if (hanLines.empty() && b.width() > probeWidth && read(*firstReader, b, probeWidth).count == 0) {
+    if (hanLines.empty() && b.width() > probeWidth && read(*firstReader, firstForms, b, probeWidth).han.count == 0) {
       if (++hanFree >= kHanFreeLinesToGiveUp) break;
       continue;
     }
-    const HanReading r = read(*firstReader, b);
-    if (r.count >= 4) {
+    const HanReading r = read(*firstReader, firstForms, b);
+    if (r.han.count >= 4) {
       hanLines.push_back(b);
       firstTotal.add(r);
       hanFree = 0;
     } else if (++hanFree >= kHanFreeLinesToGiveUp && hanLines.empty()) {
       break;
     }
-    if (static_cast<int>(hanLines.size()) >= kEnoughSampleLines && firstTotal.count >= kEnoughHan) break;
+    if (static_cast<int>(hanLines.size()) >= kEnoughSampleLines && firstTotal.han.count >= kEnoughHan) break;
   }
-  if (hanLines.empty()) return false;
-  tesseract::TessBaseAPI* secondReader = reader(second, true);
-  if (secondReader == nullptr) return false;
+  if (hanLines.empty()) return Script::noHan;
+  tesseract::TessBaseAPI* secondReader = reader(second, ReaderKind::sample);
+  if (secondReader == nullptr) return Script::first;
+  const ScriptForms& secondForms = forms(second);
   HanReading secondTotal;
-  for (const Box& b : hanLines) secondTotal.add(read(*secondReader, b));
-  if (secondTotal.count == 0) return false;
+  for (const Box& b : hanLines) secondTotal.add(read(*secondReader, secondForms, b));
+  if (secondTotal.han.count == 0) return Script::first;
   // Both models are nearly sure of most characters; what tells them apart
-  // is how much doubt each has left.
-  const double firstDoubt = 100 - firstTotal.mean(), secondDoubt = 100 - secondTotal.mean();
-  return secondDoubt * kDoubtRatio < firstDoubt && firstDoubt - secondDoubt > kDoubtMargin;
+  // is how much doubt each has left, on the characters each wrote in its
+  // own script's forms when there are enough of them.
+  const bool ownForms =
+      firstTotal.ownForms.count >= kEnoughOwnForms && secondTotal.ownForms.count >= kEnoughOwnForms;
+  const double firstDoubt = ownForms ? firstTotal.ownForms.doubt() : firstTotal.han.doubt();
+  const double secondDoubt = ownForms ? secondTotal.ownForms.doubt() : secondTotal.han.doubt();
+  return secondDoubt * kDoubtRatio < firstDoubt && firstDoubt - secondDoubt > kDoubtMargin ? Script::second
+                                                                                       : Script::first;
 }
 
-std::vector<TextObservation> TesseractEngine::State::collect(tesseract::TessBaseAPI& api, double width,
-                                                            double height) {
-  std::vector<TextObservation> observations;
-  std::unique_ptr<tesseract::ResultIterator> it(api.GetIterator());
-  if (!it || it->Empty(tesseract::RIL_TEXTLINE)) return observations;
-  const InkMap ink(api.GetThresholdedImage(), static_cast<int>(width), static_cast<int>(height));
+namespace {
 
-  struct Line {
-    Box box;
-    bool placed = false;  // false for a line without a box, which is left out
-    // How far the baseline drops (positive) or rises from the left edge of
-    // the box to the right edge, in pixels; 0 for a level line.
-    double drop = 0;
-    float confidence = 0;
-    std::vector<tesseract_text::Word> words;
+// Reads the runs of words on `line` that have Latin letters and no Han
+// again with `reader`, and keeps a run's new reading when it is clearly the
+// more confident. Returns whether anything changed.
+bool rereadLatinRuns(ReadLine& line, tesseract::TessBaseAPI& reader, const GreyImage& grey, const InkMap& ink,
+                     int width, int height, int resolution) {
+  const Box& lb = line.box;
+  auto mean = [](std::vector<float>::const_iterator from, std::vector<float>::const_iterator to) {
+    double sum = 0;
+    for (auto c = from; c != to; ++c) sum += *c;
+    return from == to ? 0.0 : sum / static_cast<double>(to - from);
   };
-  std::vector<Line> lines;
-  Box previousWord;
-  do {
-    if (lines.empty() || it->IsAtBeginningOf(tesseract::RIL_TEXTLINE)) {
-      Line line;
-      line.placed =
-          it->BoundingBox(tesseract::RIL_TEXTLINE, &line.box.left, &line.box.top, &line.box.right, &line.box.bottom);
-      line.confidence = it->Confidence(tesseract::RIL_TEXTLINE);
-      line.drop = baselineDrop(*it, line.box);
-      lines.push_back(std::move(line));
-    }
-    Line& line = lines.back();
-    Box box;
-    std::unique_ptr<char[]> text(it->GetUTF8Text(tesseract::RIL_WORD));
-    if (text == nullptr || !it->BoundingBox(tesseract::RIL_WORD, &box.left, &box.top, &box.right, &box.bottom))
+  bool changed = false;
+  for (size_t i = 0; i < line.words.size();) {
+    const WordMakeUp first = makeUpOf(line.words[i].text);
+    if (first.han || !first.latin) {
+      ++i;
       continue;
-    tesseract_text::Word word;
-    // A word holds no white space; drop any that slips in.
-    for (const char* p = text.get(); *p != '\0'; ++p)
-      if (*p != ' ' && *p != '\n' && *p != '\t' && *p != '\r') word.text += *p;
-    if (word.text.empty()) continue;
-    if (!line.words.empty()) word.gapBefore = ink.gap(line.box, previousWord, box);
-    line.words.push_back(std::move(word));
-    previousWord = box;
-  } while (it->Next(tesseract::RIL_WORD));
+    }
+    size_t end = i + 1;
+    while (end < line.words.size() && !makeUpOf(line.words[end].text).han) ++end;
+    // The run across the whole height of the line, with some blank around
+    // it but none of the words next to it.
+    const int pad = std::max(2, lb.height() / 4);
+    int left = line.boxes[i].left - pad, right = line.boxes[end - 1].right + pad;
+    if (i > 0) left = std::max(left, (line.boxes[i - 1].right + line.boxes[i].left) / 2);
+    if (end < line.words.size()) right = std::min(right, (line.boxes[end - 1].right + line.boxes[end].left) / 2);
+    left = std::max(left, 0);
+    right = std::min(right, width);
+    const int top = std::max(lb.top - pad, 0), bottom = std::min(lb.bottom + pad, height);
+    if (right - left < 4 || bottom - top < 4) {
+      i = end;
+      continue;
+    }
+    reader.SetImage(grey.data + static_cast<size_t>(top) * width + left, right - left, bottom - top, 1, width);
+    if (resolution > 0) reader.SetSourceResolution(resolution);
+    ReadLine again;
+    if (reader.Recognize(nullptr) == 0)
+      for (ReadLine& part : readLines(reader, ink, left, top))
+        for (size_t k = 0; k < part.words.size(); ++k) {
+          if (k == 0 && !again.boxes.empty()) part.words[k].gapBefore = ink.gap(lb, again.boxes.back(), part.boxes[k]);
+          again.words.push_back(std::move(part.words[k]));
+          again.boxes.push_back(part.boxes[k]);
+          again.confidences.push_back(part.confidences[k]);
+        }
+    reader.Clear();
+    const auto from = line.confidences.begin() + static_cast<std::ptrdiff_t>(i);
+    const auto to = line.confidences.begin() + static_cast<std::ptrdiff_t>(end);
+    if (!again.words.empty() &&
+        mean(again.confidences.begin(), again.confidences.end()) > mean(from, to) + kLatinRereadMargin) {
+      again.words.front().gapBefore = line.words[i].gapBefore;
+      auto replace = [&](auto& into, auto& with) {
+        into.erase(into.begin() + static_cast<std::ptrdiff_t>(i), into.begin() + static_cast<std::ptrdiff_t>(end));
+        into.insert(into.begin() + static_cast<std::ptrdiff_t>(i), with.begin(), with.end());
+      };
+      replace(line.words, again.words);
+      replace(line.boxes, again.boxes);
+      replace(line.confidences, again.confidences);
+      end = i + again.words.size();
+      if (end < line.words.size()) line.words[end].gapBefore = ink.gap(lb, line.boxes[end - 1], line.boxes[end]);
+      changed = true;
+    }
+    i = end;
+  }
+  if (changed) line.confidence = static_cast<float>(mean(line.confidences.begin(), line.confidences.end()));
+  return changed;
+}
+
+}  // namespace
+
+std::vector<TextObservation> TesseractEngine::State::collect(tesseract::TessBaseAPI& api, double width,
+                                                            double height, const GreyImage& grey,
+                                                            const std::string& latinLanguages) {
+  std::vector<TextObservation> observations;
+  const int w = static_cast<int>(width), h = static_cast<int>(height);
+  const InkMap ink(api.GetThresholdedImage(), w, h);
+  std::vector<ReadLine> lines = readLines(api, ink);
+  if (!latinLanguages.empty()) {
+    tesseract::TessBaseAPI* latinReader = nullptr;
+    const int resolution = api.GetSourceYResolution();
+    for (ReadLine& line : lines) {
+      if (!line.placed || line.box.width() < line.box.height() || line.box.height() < 4) continue;
+      bool latin = false;
+      for (const auto& word : line.words) latin = latin || makeUpOf(word.text).latin;
+      if (!latin) continue;
+      if (latinReader == nullptr) latinReader = reader(latinLanguages, ReaderKind::line);
+      if (latinReader == nullptr) return observations;  // the caller sees `failed`
+      rereadLatinRuns(line, *latinReader, grey, ink, w, h, resolution);
+    }
+  }
 
   observations.reserve(lines.size());
-  for (const Line& line : lines) {
+  for (const ReadLine& line : lines) {
     if (!line.placed) continue;
     TextObservation o;
     const int thickness = std::min(line.box.width(), line.box.height());
@@ -772,43 +983,64 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
     if (ppi > 0) api.SetSourceResolution(ppi);
   };
 
-  // The models to read the page with: all requested, or, when both Chinese
-  // models are, one of them (see chooseSecondScript).
+  // The models to read the page with: all requested; or, when both Chinese
+  // models are, one of them (see chooseScript) with the others, or on a
+  // page with Han the Chinese one alone first, lines with Latin letters on
+  // them then again with the others too. Read with several models at once,
+  // Tesseract reads most lines of a Chinese page a second time with the
+  // English model, to no benefit where the line is all Chinese.
   std::vector<std::string> codes = splitCodes(state.languages);
   const auto sim = std::find(codes.begin(), codes.end(), "chi_sim");
   const auto tra = std::find(codes.begin(), codes.end(), "chi_tra");
   tesseract::TessBaseAPI* api = nullptr;
+  std::string latinLanguages;
   std::optional<std::vector<TextObservation>> result;
   try {
     if (sim != codes.end() && tra != codes.end()) {
       const std::string first = sim < tra ? "chi_sim" : "chi_tra";
       const std::string second = sim < tra ? "chi_tra" : "chi_sim";
+      auto without2 = [&](const std::string& a, const std::string& b) {
+        std::vector<std::string> rest;
+        for (const auto& c : codes)
+          if (c != a && c != b) rest.push_back(c);
+        return joinCodes(rest);
+      };
       auto without = [&](const std::string& code) {
         std::vector<std::string> rest;
         for (const auto& c : codes)
           if (c != code) rest.push_back(c);
         return joinCodes(rest);
       };
-      api = state.reader(without(second), false);
+      api = state.reader(without(second), ReaderKind::page);
       if (api == nullptr) return std::nullopt;
       load(*api);
-      const bool useSecond = state.chooseSecondScript(*api, grey, width, height, first, second);
+      const Script script = state.chooseScript(*api, grey, width, height, first, second);
       if (state.failed) {
         api = nullptr;  // released with the others
         return std::nullopt;
       }
-      if (useSecond) {
-        api->Clear();
-        api = state.reader(without(first), false);
-        if (api == nullptr) return std::nullopt;
-        load(*api);
+      if (script != Script::noHan) {
+        const std::string chinese = script == Script::first ? first : second;
+        const std::string all = without(script == Script::first ? second : first);
+        if (all != chinese || script == Script::second) {
+          api->Clear();
+          api = state.reader(chinese, ReaderKind::page);
+          if (api == nullptr) return std::nullopt;
+          load(*api);
+          latinLanguages = without2(first, second);
+        }
       }
     } else {
-      api = state.reader(state.languages, false);
+      api = state.reader(state.languages, ReaderKind::page);
       if (api == nullptr) return std::nullopt;
       load(*api);
     }
-    if (api->Recognize(nullptr) == 0) result = state.collect(*api, width, height);
+    if (api->Recognize(nullptr) == 0) result = state.collect(*api, width, height, grey, latinLanguages);
+    if (state.failed) {
+      // A model for the lines failed to load: the readers are gone.
+      api = nullptr;
+      result.reset();
+    }
   } catch (const std::bad_alloc&) {
     result.reset();
   }

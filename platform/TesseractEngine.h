@@ -21,15 +21,21 @@ namespace kvo {
 //
 // Simplified and Traditional: when both chi_sim and chi_tra are requested,
 // a page is not read with both at once (that mixes the two scripts up) but
-// with the one that suits it, together with the other requested models
-// ("chi_sim+eng" or "chi_tra+eng"). To choose, a few text lines from the
-// page's layout are read with each Chinese model alone, and the model that
-// is clearly more confident about the Han characters wins; otherwise, and
-// on pages without Han, the one requested first does.
+// with the one that suits it. To choose, a few text lines from the page's
+// layout are read with each Chinese model alone; the model that is clearly
+// more confident about the Han characters it wrote in forms of its own
+// script (ICU's Simplified/Traditional data tells which those are) wins,
+// otherwise the one requested first does. A page with Han is then read
+// with that model alone, and each run of words with Latin letters and no
+// Han again with the other requested models ("eng"), whose reading is kept
+// where it is clearly more confident: read with several models at once,
+// Tesseract would read most Chinese lines a second time with the English
+// model, to no benefit. A page without Han in the sample is read with all
+// requested models but the second Chinese one ("chi_sim+eng").
 //
 // Every requested model file must be present, or the engine fails at once.
 // The models themselves are loaded when a page first needs them (an English
-// page never loads chi_tra), each set at most once, and kept; a later
+// page never loads chi_tra), each combination at most once, and kept; a later
 // request with other languages or another language-correction setting
 // drops them. Once loading has failed, every later call returns nullopt.
 //

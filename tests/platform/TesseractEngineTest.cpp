@@ -279,6 +279,26 @@ TEST_F(TesseractEngine, ReadsATraditionalPageInTraditionalForms) {
     EXPECT_EQ(all.find(word), std::string::npos) << word << " in " << all;
 }
 
+TEST_F(TesseractEngine, ReadsATraditionalPageWithFewTraditionalFormsInTraditionalForms) {
+  const auto observations = recognize(fixture("ocr_hant_manual.ppm", 200));
+  const std::string all = allText(observations);
+  for (const char* word : {"尋找", "與給定", "內容", "選項", "說明後"})
+    EXPECT_NE(all.find(word), std::string::npos) << word << " in " << all;
+  for (const char* word : {"寻", "与", "给", "内", "选", "说", "后"})
+    EXPECT_EQ(all.find(word), std::string::npos) << word << " in " << all;
+}
+
+TEST_F(TesseractEngine, ReadsEnglishOnAChinesePage) {
+  const Bitmap image = fixture("ocr_hant_manual.ppm", 200);
+  const auto observations = recognize(image);
+  EXPECT_NE(find(observations, "--help"), nullptr) << allText(observations);
+  EXPECT_NE(find(observations, "SYNOPSIS"), nullptr) << allText(observations);
+  const TextObservation* line = find(observations, "[options]");
+  ASSERT_NE(line, nullptr) << allText(observations);
+  EXPECT_EQ(text(*line), "grep [options] PATTERN [FILE...]");
+  expectAround(*line, drawn("ocr_hant_manual", "line6"), image);
+}
+
 TEST_F(TesseractEngine, ChoosesTheScriptWhicheverChineseIsRequestedFirst) {
   kvo::TesseractEngine engine;
   const auto simplified = engine.recognize(fixture("ocr_hans_forms.ppm"), request({"zh-Hant", "zh-Hans", "en"}));
