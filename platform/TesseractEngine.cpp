@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <limits>
 #include <map>
 #include <new>
@@ -189,6 +190,22 @@ double baselineDrop(const tesseract::ResultIterator& it, const Box& box) {
   if (box.width() <= box.height()) return 0;
   const double drop = static_cast<double>(y2 - y1) / (x2 - x1) * box.width();
   return std::abs(drop) >= 2 && std::abs(drop) <= 0.8 * box.height() ? drop : 0;
+}
+
+// Recognises the part of the page inside `region`, clipped to the page, on
+// its own with `api`. Returns false when none of it is on the page or
+// recognition fails; the caller reads the result and then clears `api`.
+bool recognizeRegion(tesseract::TessBaseAPI& api, const GreyImage& grey, int width, int height, Box region,
+                     int resolution) {
+  region.left = std::max(region.left, 0);
+  region.top = std::max(region.top, 0);
+  region.right = std::min(region.right, width);
+  region.bottom = std::min(region.bottom, height);
+  if (region.width() <= 0 || region.height() <= 0) return false;
+  api.SetImage(grey.data + static_cast<size_t>(region.top) * width + region.left, region.width(), region.height(),
+               1, width);
+  if (resolution > 0) api.SetSourceResolution(resolution);
+  return api.Recognize(nullptr) == 0;
 }
 
 bool isHan(UChar32 c) {
@@ -685,10 +702,16 @@ struct TesseractEngine::State {
   void dropReaders() { readers.clear(); }
   Script chooseScript(tesseract::TessBaseAPI& page, const GreyImage& grey, int width, int height,
                       const std::string& first, const std::string& second);
-  // The page's lines as `api` read them. With `latinLanguages`, lines with
-  // Latin letters on them are read again, alone, with those models.
+  // The page's lines as `api` read them. With `latinLanguages`, the runs of
+  // Latin words on them are read again with those models (rereadLatinRuns).
   std::vector<TextObservation> collect(tesseract::TessBaseAPI& api, double width, double height,
                                        const GreyImage& grey, const std::string& latinLanguages);
+  // Reads the runs of words on `line` that have Latin letters and no Han
+  // again with `languages`, and keeps a run's new reading where its mean
+  // confidence is higher by more than kLatinRereadMargin. Returns false
+  // when those models fail to load.
+  bool rereadLatinRuns(ReadLine& line, const std::string& languages, const GreyImage& grey, const InkMap& ink,
+                       int width, int height, int resolution);
   // The forms of the script of "chi_sim" or "chi_tra", made on first use.
   std::map<std::string, std::unique_ptr<ScriptForms>> scriptForms;
   const ScriptForms& forms(const std::string& code) {
@@ -785,14 +808,12 @@ Script TesseractEngine::State::chooseScript(tesseract::TessBaseAPI& page, const 
   auto read = [&](tesseract::TessBaseAPI& api, const ScriptForms& forms, const Box& b,
                   int widest = std::numeric_limits<int>::max()) {
     const int pad = std::max(2, b.height() / 4);
-    const int left = std::max(b.left - pad, 0), top = std::max(b.top - pad, 0);
+    const int left = std::max(b.left - pad, 0);
     // `widest` may be INT_MAX: compare before adding so nothing overflows.
-    const int widthLimit = widest < width - left ? left + widest : width;
-    const int right = std::min({b.right + pad, width, widthLimit}), bottom = std::min(b.bottom + pad, height);
-    api.SetImage(grey.data + static_cast<size_t>(top) * width + left, right - left, bottom - top, 1, width);
-    if (resolution > 0) api.SetSourceResolution(resolution);
+    const int right = widest < width - left ? std::min(b.right + pad, left + widest) : b.right + pad;
     HanReading reading;
-    if (api.Recognize(nullptr) == 0) reading = hanReading(api, forms);
+    if (recognizeRegion(api, grey, width, height, Box{left, b.top - pad, right, b.bottom + pad}, resolution))
+      reading = hanReading(api, forms);
     api.Clear();
     return reading;
   };
@@ -837,20 +858,13 @@ Script TesseractEngine::State::chooseScript(tesseract::TessBaseAPI& page, const 
                                                                                        : Script::first;
 }
 
-namespace {
-
-// Reads the runs of words on `line` that have Latin letters and no Han
-// again with `reader`, and keeps a run's new reading when it is clearly the
-// more confident. Returns whether anything changed.
-bool rereadLatinRuns(ReadLine& line, tesseract::TessBaseAPI& reader, const GreyImage& grey, const InkMap& ink,
-                     int width, int height, int resolution) {
-  const Box& lb = line.box;
-  auto mean = [](std::vector<float>::const_iterator from, std::vector<float>::const_iterator to) {
-    double sum = 0;
-    for (auto c = from; c != to; ++c) sum += *c;
-    return from == to ? 0.0 : sum / static_cast<double>(to - from);
-  };
-  bool changed = false;
+bool TesseractEngine::State::rereadLatinRuns(ReadLine& line, const std::string& languages, const GreyImage& grey,
+                                             const InkMap& ink, int width, int height, int resolution) {
+  // The runs: a word with Latin letters and no Han, and the words without
+  // Han after it. Han stands between two runs, so replacing one leaves the
+  // boxes and blanks the others are read with as they were; going from the
+  // last run to the first keeps their indices valid.
+  std::vector<std::pair<size_t, size_t>> runs;
   for (size_t i = 0; i < line.words.size();) {
     const WordMakeUp first = makeUpOf(line.words[i].text);
     if (first.han || !first.latin) {
@@ -859,6 +873,22 @@ bool rereadLatinRuns(ReadLine& line, tesseract::TessBaseAPI& reader, const GreyI
     }
     size_t end = i + 1;
     while (end < line.words.size() && !makeUpOf(line.words[end].text).han) ++end;
+    runs.emplace_back(i, end);
+    i = end;
+  }
+  if (runs.empty()) return true;
+  tesseract::TessBaseAPI* api = reader(languages, ReaderKind::line);
+  if (api == nullptr) return false;
+
+  const Box& lb = line.box;
+  auto mean = [](std::vector<float>::const_iterator from, std::vector<float>::const_iterator to) {
+    double sum = 0;
+    for (auto c = from; c != to; ++c) sum += *c;
+    return from == to ? 0.0 : sum / static_cast<double>(to - from);
+  };
+  bool changed = false;
+  for (auto run = runs.rbegin(); run != runs.rend(); ++run) {
+    const auto [i, end] = *run;
     // The run across the whole height of the line, with some blank around
     // it but none of the words next to it.
     const int pad = std::max(2, lb.height() / 4);
@@ -868,45 +898,37 @@ bool rereadLatinRuns(ReadLine& line, tesseract::TessBaseAPI& reader, const GreyI
     left = std::max(left, 0);
     right = std::min(right, width);
     const int top = std::max(lb.top - pad, 0), bottom = std::min(lb.bottom + pad, height);
-    if (right - left < 4 || bottom - top < 4) {
-      i = end;
-      continue;
-    }
-    reader.SetImage(grey.data + static_cast<size_t>(top) * width + left, right - left, bottom - top, 1, width);
-    if (resolution > 0) reader.SetSourceResolution(resolution);
+    if (right - left < 4 || bottom - top < 4) continue;
     ReadLine again;
-    if (reader.Recognize(nullptr) == 0)
-      for (ReadLine& part : readLines(reader, ink, left, top))
+    if (recognizeRegion(*api, grey, width, height, Box{left, top, right, bottom}, resolution))
+      for (ReadLine& part : readLines(*api, ink, left, top))
         for (size_t k = 0; k < part.words.size(); ++k) {
           if (k == 0 && !again.boxes.empty()) part.words[k].gapBefore = ink.gap(lb, again.boxes.back(), part.boxes[k]);
           again.words.push_back(std::move(part.words[k]));
           again.boxes.push_back(part.boxes[k]);
           again.confidences.push_back(part.confidences[k]);
         }
-    reader.Clear();
+    api->Clear();
     const auto from = line.confidences.begin() + static_cast<std::ptrdiff_t>(i);
     const auto to = line.confidences.begin() + static_cast<std::ptrdiff_t>(end);
-    if (!again.words.empty() &&
-        mean(again.confidences.begin(), again.confidences.end()) > mean(from, to) + kLatinRereadMargin) {
-      again.words.front().gapBefore = line.words[i].gapBefore;
-      auto replace = [&](auto& into, auto& with) {
-        into.erase(into.begin() + static_cast<std::ptrdiff_t>(i), into.begin() + static_cast<std::ptrdiff_t>(end));
-        into.insert(into.begin() + static_cast<std::ptrdiff_t>(i), with.begin(), with.end());
-      };
-      replace(line.words, again.words);
-      replace(line.boxes, again.boxes);
-      replace(line.confidences, again.confidences);
-      end = i + again.words.size();
-      if (end < line.words.size()) line.words[end].gapBefore = ink.gap(lb, line.boxes[end - 1], line.boxes[end]);
-      changed = true;
-    }
-    i = end;
+    if (again.words.empty() ||
+        mean(again.confidences.begin(), again.confidences.end()) <= mean(from, to) + kLatinRereadMargin)
+      continue;
+    again.words.front().gapBefore = line.words[i].gapBefore;
+    auto replace = [&](auto& into, auto& with) {
+      into.erase(into.begin() + static_cast<std::ptrdiff_t>(i), into.begin() + static_cast<std::ptrdiff_t>(end));
+      into.insert(into.begin() + static_cast<std::ptrdiff_t>(i), with.begin(), with.end());
+    };
+    replace(line.words, again.words);
+    replace(line.boxes, again.boxes);
+    replace(line.confidences, again.confidences);
+    const size_t next = i + again.words.size();
+    if (next < line.words.size()) line.words[next].gapBefore = ink.gap(lb, line.boxes[next - 1], line.boxes[next]);
+    changed = true;
   }
   if (changed) line.confidence = static_cast<float>(mean(line.confidences.begin(), line.confidences.end()));
-  return changed;
+  return true;
 }
-
-}  // namespace
 
 std::vector<TextObservation> TesseractEngine::State::collect(tesseract::TessBaseAPI& api, double width,
                                                             double height, const GreyImage& grey,
@@ -916,17 +938,11 @@ std::vector<TextObservation> TesseractEngine::State::collect(tesseract::TessBase
   const InkMap ink(api.GetThresholdedImage(), w, h);
   std::vector<ReadLine> lines = readLines(api, ink);
   if (!latinLanguages.empty()) {
-    tesseract::TessBaseAPI* latinReader = nullptr;
     const int resolution = api.GetSourceYResolution();
-    for (ReadLine& line : lines) {
-      if (!line.placed || line.box.width() < line.box.height() || line.box.height() < 4) continue;
-      bool latin = false;
-      for (const auto& word : line.words) latin = latin || makeUpOf(word.text).latin;
-      if (!latin) continue;
-      if (latinReader == nullptr) latinReader = reader(latinLanguages, ReaderKind::line);
-      if (latinReader == nullptr) return observations;  // the caller sees `failed`
-      rereadLatinRuns(line, *latinReader, grey, ink, w, h, resolution);
-    }
+    for (ReadLine& line : lines)
+      if (line.placed && line.box.width() >= line.box.height() && line.box.height() >= 4 &&
+          !rereadLatinRuns(line, latinLanguages, grey, ink, w, h, resolution))
+        return observations;  // the caller sees `failed`
   }
 
   observations.reserve(lines.size());
@@ -988,11 +1004,12 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
   };
 
   // The models to read the page with: all requested; or, when both Chinese
-  // models are, one of them (see chooseScript) with the others, or on a
-  // page with Han the Chinese one alone first, lines with Latin letters on
-  // them then again with the others too. Read with several models at once,
+  // models are, one of them (see chooseScript). A page with Han is read
+  // with that model alone, the runs of Latin words on it then again with
+  // the other requested models: read with several models at once,
   // Tesseract reads most lines of a Chinese page a second time with the
-  // English model, to no benefit where the line is all Chinese.
+  // English model, to no benefit where the line is all Chinese. A page
+  // without Han is read with the first Chinese model and the others.
   std::vector<std::string> codes = splitCodes(state.languages);
   const auto sim = std::find(codes.begin(), codes.end(), "chi_sim");
   const auto tra = std::find(codes.begin(), codes.end(), "chi_tra");
@@ -1003,19 +1020,13 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
     if (sim != codes.end() && tra != codes.end()) {
       const std::string first = sim < tra ? "chi_sim" : "chi_tra";
       const std::string second = sim < tra ? "chi_tra" : "chi_sim";
-      auto without2 = [&](const std::string& a, const std::string& b) {
+      auto without = [&](std::initializer_list<std::string> dropped) {
         std::vector<std::string> rest;
         for (const auto& c : codes)
-          if (c != a && c != b) rest.push_back(c);
+          if (std::find(dropped.begin(), dropped.end(), c) == dropped.end()) rest.push_back(c);
         return joinCodes(rest);
       };
-      auto without = [&](const std::string& code) {
-        std::vector<std::string> rest;
-        for (const auto& c : codes)
-          if (c != code) rest.push_back(c);
-        return joinCodes(rest);
-      };
-      api = state.reader(without(second), ReaderKind::page);
+      api = state.reader(without({second}), ReaderKind::page);
       if (api == nullptr) return std::nullopt;
       load(*api);
       const Script script = state.chooseScript(*api, grey, width, height, first, second);
@@ -1024,14 +1035,13 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
         return std::nullopt;
       }
       if (script != Script::noHan) {
-        const std::string chinese = script == Script::first ? first : second;
-        const std::string all = without(script == Script::first ? second : first);
-        if (all != chinese || script == Script::second) {
+        latinLanguages = without({first, second});
+        // Unless that is the model the layout was found with, alone.
+        if (script == Script::second || !latinLanguages.empty()) {
           api->Clear();
-          api = state.reader(chinese, ReaderKind::page);
+          api = state.reader(script == Script::first ? first : second, ReaderKind::page);
           if (api == nullptr) return std::nullopt;
           load(*api);
-          latinLanguages = without2(first, second);
         }
       }
     } else {
