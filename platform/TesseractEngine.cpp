@@ -888,7 +888,7 @@ bool TesseractEngine::State::rereadLatinRuns(ReadLine& line, const std::string& 
   };
   bool changed = false;
   for (auto run = runs.rbegin(); run != runs.rend(); ++run) {
-    const auto [i, end] = *run;
+    const size_t i = run->first, end = run->second;
     // The run across the whole height of the line, with some blank around
     // it but none of the words next to it.
     const int pad = std::max(2, lb.height() / 4);
