@@ -17,6 +17,12 @@ std::string trimWhitespaceAndNewlines(std::string_view text);
 // runs of characters whose first code point has the White_Space property
 // become one space and vanish at the line's ends; lines, empty ones
 // included, are kept in order; the whole is trimmed as above.
+//
+// Not idempotent in one corner, by design of the character model: a word that
+// begins with a mark which extends the previous character (a combining accent
+// after a tab, say) is kept and joined by one space, and that space and the
+// mark then form a single character led by white space, which a second pass
+// removes. The second pass's result is a fixed point.
 std::string normalizeText(std::string_view text);
 
 struct GraphemePrefix {

@@ -65,6 +65,15 @@ TEST_F(Text, CombiningMarksAndEmojiAreKeptWhole) {
   EXPECT_EQ(normalizeText(" " + kCombined + "  " + kFamily + " "), kCombined + " " + kFamily);
 }
 
+TEST_F(Text, WordStartingWithACombiningMarkKeepsItAfterTheJoiningSpace) {
+  // The tab is a character of its own, so the acute accent (U+0301) starts the word that follows.
+  EXPECT_EQ(normalizeText("a\t\xCC\x81" "b"), "a \xCC\x81" "b");
+}
+
+TEST_F(Text, SpaceWithACombiningMarkIsOneWhiteSpaceCharacter) {
+  EXPECT_EQ(normalizeText("a \xCC\x81" "b"), "a b");
+}
+
 // ---- trimming of recognised text ------------------------------------------------------
 
 TEST_F(Text, TrimRemovesWhitespaceAndNewlinesAtBothEndsOnly) {
