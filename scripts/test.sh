@@ -15,4 +15,4 @@ cmake --build build-asan -j"$jobs"
 (cd build-asan && ASAN_OPTIONS=detect_leaks=1 ctest --output-on-failure -j"$jobs")
 
 # Every fuzz target for a bounded time under the sanitizers.
-"$root/scripts/fuzz.sh" 45
+"$root/scripts/fuzz.sh" 45 1
