@@ -16,7 +16,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <initializer_list>
 #include <limits>
 #include <map>
 #include <new>
@@ -211,6 +210,16 @@ bool recognizeRegion(tesseract::TessBaseAPI& api, const GreyImage& grey, int wid
 bool isHan(UChar32 c) {
   UErrorCode status = U_ZERO_ERROR;
   return c >= 0x2E80 && uscript_getScript(c, &status) == USCRIPT_HAN;
+}
+
+// Tesseract's form of a list of models: "chi_sim+eng".
+std::string joinCodes(const std::vector<std::string>& codes) {
+  std::string joined;
+  for (const auto& code : codes) {
+    if (!joined.empty()) joined += '+';
+    joined += code;
+  }
+  return joined;
 }
 
 }  // namespace
@@ -449,12 +458,7 @@ std::string tesseractLanguages(const std::vector<std::string>& tags) {
     if (code != nullptr && std::find(codes.begin(), codes.end(), code) == codes.end()) codes.emplace_back(code);
   }
   if (codes.empty()) codes = {"chi_sim", "chi_tra", "eng"};
-  std::string joined;
-  for (const auto& code : codes) {
-    if (!joined.empty()) joined += '+';
-    joined += code;
-  }
-  return joined;
+  return joinCodes(codes);
 }
 
 }  // namespace tesseract_text
@@ -587,15 +591,6 @@ std::vector<std::string> splitCodes(const std::string& joined) {
   return codes;
 }
 
-std::string joinCodes(const std::vector<std::string>& codes) {
-  std::string joined;
-  for (const auto& code : codes) {
-    if (!joined.empty()) joined += '+';
-    joined += code;
-  }
-  return joined;
-}
-
 }  // namespace
 
 // One text line as read: its box and the words on it.
@@ -690,6 +685,15 @@ struct TesseractEngine::State {
   bool configured = false;
   std::string languages;
   bool correction = false;
+  // How a page is read with `languages`, fixed by them (see recognize).
+  // `first` and `second` are the two Chinese models in request order when
+  // both are requested, and empty otherwise; `layout` reads the page when
+  // it has no Han, and its layout in any case (all requested models, but
+  // `second`); `latin` re-reads the Latin runs of a Chinese page (the
+  // requested models but the Chinese ones).
+  struct Plan {
+    std::string first, second, layout, latin;
+  } plan;
   // Loaded on first use, each at most once, keyed by models and whether the
   // dictionaries are on: the models reading pages ("chi_sim+eng",
   // "chi_sim", ...) and single lines ("chi_sim+eng", ...), and the Chinese
@@ -728,7 +732,8 @@ bool TesseractEngine::State::configure(const RecognitionRequest& request) {
   dropReaders();
   configured = false;
   // Every requested model must be there, even one this page will not need.
-  for (const auto& code : splitCodes(wanted)) {
+  const std::vector<std::string> codes = splitCodes(wanted);
+  for (const auto& code : codes) {
     struct stat st {};
     const std::string file = tessdataDir + "/" + code + ".traineddata";
     if (::stat(file.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) {
@@ -739,6 +744,21 @@ bool TesseractEngine::State::configure(const RecognitionRequest& request) {
   configured = true;
   languages = wanted;
   correction = request.usesLanguageCorrection;
+  plan = Plan{};
+  plan.layout = wanted;
+  const auto sim = std::find(codes.begin(), codes.end(), "chi_sim");
+  const auto tra = std::find(codes.begin(), codes.end(), "chi_tra");
+  if (sim != codes.end() && tra != codes.end()) {
+    plan.first = sim < tra ? "chi_sim" : "chi_tra";
+    plan.second = sim < tra ? "chi_tra" : "chi_sim";
+    std::vector<std::string> layout, latin;
+    for (const auto& code : codes) {
+      if (code != plan.second) layout.push_back(code);
+      if (code != plan.first && code != plan.second) latin.push_back(code);
+    }
+    plan.layout = joinCodes(layout);
+    plan.latin = joinCodes(latin);
+  }
   return true;
 }
 
@@ -1010,44 +1030,30 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
   // Tesseract reads most lines of a Chinese page a second time with the
   // English model, to no benefit where the line is all Chinese. A page
   // without Han is read with the first Chinese model and the others.
-  std::vector<std::string> codes = splitCodes(state.languages);
-  const auto sim = std::find(codes.begin(), codes.end(), "chi_sim");
-  const auto tra = std::find(codes.begin(), codes.end(), "chi_tra");
+  const State::Plan& plan = state.plan;
   tesseract::TessBaseAPI* api = nullptr;
   std::string latinLanguages;
   std::optional<std::vector<TextObservation>> result;
   try {
-    if (sim != codes.end() && tra != codes.end()) {
-      const std::string first = sim < tra ? "chi_sim" : "chi_tra";
-      const std::string second = sim < tra ? "chi_tra" : "chi_sim";
-      auto without = [&](std::initializer_list<std::string> dropped) {
-        std::vector<std::string> rest;
-        for (const auto& c : codes)
-          if (std::find(dropped.begin(), dropped.end(), c) == dropped.end()) rest.push_back(c);
-        return joinCodes(rest);
-      };
-      api = state.reader(without({second}), ReaderKind::page);
-      if (api == nullptr) return std::nullopt;
-      load(*api);
-      const Script script = state.chooseScript(*api, grey, width, height, first, second);
+    api = state.reader(plan.layout, ReaderKind::page);
+    if (api == nullptr) return std::nullopt;
+    load(*api);
+    if (!plan.second.empty()) {
+      const Script script = state.chooseScript(*api, grey, width, height, plan.first, plan.second);
       if (state.failed) {
         api = nullptr;  // released with the others
         return std::nullopt;
       }
       if (script != Script::noHan) {
-        latinLanguages = without({first, second});
+        latinLanguages = plan.latin;
         // Unless that is the model the layout was found with, alone.
         if (script == Script::second || !latinLanguages.empty()) {
           api->Clear();
-          api = state.reader(script == Script::first ? first : second, ReaderKind::page);
+          api = state.reader(script == Script::first ? plan.first : plan.second, ReaderKind::page);
           if (api == nullptr) return std::nullopt;
           load(*api);
         }
       }
-    } else {
-      api = state.reader(state.languages, ReaderKind::page);
-      if (api == nullptr) return std::nullopt;
-      load(*api);
     }
     if (api->Recognize(nullptr) == 0) result = state.collect(*api, width, height, grey, latinLanguages);
     if (state.failed) {
