@@ -43,26 +43,24 @@ printf -- '--input\0/in.png\0--artifacts\0/out\0--json' > "$work/fuzz_arguments/
 printf '%s' '{"metadata":{"elapsedMs":1.5},"pageCount":1,"pages":[{"height":2,"page":1,"regions":[{"confidence":0.5,"polygon":[[0,0],[1,0],[1,1],[0,1]],"text":"a"}],"text":"a","width":2}],"text":"a"}' \
   > "$work/fuzz_result_json/document"
 
+fail() {  # fail <log> <message>: the end of the log and the message, then stop
+  tail -40 "$1" >&2
+  echo "fuzz: $2" >&2
+  exit 1
+}
+
 for target in "${targets[@]}"; do
   echo "== $target (${seconds}s, seed $seed)"
   status=0
   regressions="$root/fuzz/regressions/$target"
   if [ -d "$regressions" ]; then
     "$root/build-fuzz/fuzz/$target" -timeout=30 -rss_limit_mb=4096 "$regressions"/* > "$work/$target.replay.log" 2>&1 || status=$?
-    if [ "$status" -ne 0 ]; then
-      tail -40 "$work/$target.replay.log" >&2
-      echo "fuzz: $target fails on an input in fuzz/regressions/$target (exit $status)" >&2
-      exit 1
-    fi
+    [ "$status" -eq 0 ] || fail "$work/$target.replay.log" "$target fails on an input in fuzz/regressions/$target (exit $status)"
     echo "replayed $(ls "$regressions" | wc -l) regression input(s)"
   fi
   "$root/build-fuzz/fuzz/$target" -seed="$seed" -max_total_time="$seconds" -timeout=30 -rss_limit_mb=4096 \
     -print_final_stats=1 -artifact_prefix="$root/build-fuzz/crashes/$target-" "$work/$target" \
     > "$work/$target.log" 2>&1 || status=$?
   grep -E '^stat::number_of_executed_units|^stat::peak_rss_mb|ERROR|SUMMARY|Test unit written' "$work/$target.log" || true
-  if [ "$status" -ne 0 ]; then
-    tail -40 "$work/$target.log" >&2
-    echo "fuzz: $target found a problem (exit $status); see build-fuzz/crashes/" >&2
-    exit 1
-  fi
+  [ "$status" -eq 0 ] || fail "$work/$target.log" "$target found a problem (exit $status); see build-fuzz/crashes/"
 done
