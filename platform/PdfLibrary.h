@@ -40,6 +40,8 @@ class PdfDocument {
   // True when the document is encrypted and cannot be read without a
   // password; nothing but isEncrypted may be asked of a locked document.
   virtual bool isLocked() = 0;
+  // The number of pages the document declares. A declared page may still
+  // be impossible to open: page() answers that for each index.
   virtual int64_t pageCount() = 0;
   // The page at a 0-based index; nullptr when it cannot be had.
   virtual std::unique_ptr<PdfPage> page(int64_t index) = 0;

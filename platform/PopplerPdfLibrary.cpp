@@ -12,11 +12,11 @@
 #include <splash/SplashBitmap.h>
 #include <splash/SplashTypes.h>
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstdint>
 #include <mutex>
-#include <optional>
 
 #if defined(__SANITIZE_ADDRESS__)
 #define KVO_LEAK_SANITIZER 1
@@ -182,23 +182,12 @@ class PopplerDocument final : public PdfDocument {
   bool isEncrypted() override { return doc_ == nullptr || doc_->isEncrypted(); }
   bool isLocked() override { return doc_ == nullptr; }
 
-  // The pages that can actually be reached, in order: the page tree's own
-  // /Count is only a claim. A tree with a loop or a dangling reference ends
-  // the document at its first unreachable page, as other readers (pdf.js,
-  // qpdf) see it, rather than promising pages that cannot be opened.
+  // The count the page tree declares, as Poppler (and `pdfinfo`, `qpdf
+  // --show-npages`) reports it. It is a claim: a declared page may be
+  // missing or sit in a loop of the tree, and page() says so for that index.
   int64_t pageCount() override {
     if (doc_ == nullptr) return 0;
-    if (!reachablePages_) {
-      const int declared = doc_->getNumPages();
-      int reachable = 0;
-      while (reachable < declared) {
-        Page* page = doc_->getPage(reachable + 1);
-        if (page == nullptr || !page->isOk()) break;
-        ++reachable;
-      }
-      reachablePages_ = reachable;
-    }
-    return *reachablePages_;
+    return std::max(0, doc_->getNumPages());
   }
 
   std::unique_ptr<PdfPage> page(int64_t index) override {
@@ -211,7 +200,6 @@ class PopplerDocument final : public PdfDocument {
 
  private:
   std::shared_ptr<PDFDoc> doc_;
-  std::optional<int> reachablePages_;
 };
 
 }  // namespace

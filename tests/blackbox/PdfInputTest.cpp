@@ -32,6 +32,22 @@ class PdfInput : public HelperBinary {
     return p[0] < 64 && p[1] < 64 && p[2] < 64;
   }
 
+  // A two-page document whose second page cannot be had: the run ends with
+  // "Failed to open PDF page" after the first page (no text of its own) was
+  // rendered, and that page's image stays on disk.
+  ::testing::AssertionResult failsAtSecondPage(const std::string& input, const std::string& mode) {
+    TempDir dir;
+    ProcessResult r = run({"--input", input, "--artifacts", dir.file("a"), "--output-mode", mode, "--json"});
+    if (r.out != failureLine("invalid_input", "Failed to open PDF page") || r.exitStatus != 2 || !r.err.empty()) {
+      return ::testing::AssertionFailure() << "exit " << r.exitStatus << ", stdout " << r.out << ", stderr " << r.err;
+    }
+    const std::vector<std::string> left = listTree(dir.file("a"));
+    if (left != std::vector<std::string>{"pages/", "pages/page-0001.png"}) {
+      return ::testing::AssertionFailure() << "left behind: " << ::testing::PrintToString(left);
+    }
+    return ::testing::AssertionSuccess();
+  }
+
   static const std::vector<std::string> kOwnTexts;
 };
 
@@ -154,6 +170,16 @@ TEST_F(PdfInput, FiveHundredPagesAreAcceptedAndFiveHundredAndOneRefusedBeforeRen
       run({"--input", pipelineFixture("text501.pdf"), "--artifacts", dir.file("a"), "--output-mode", "layout", "--json"});
   expectFailure(refused, "resource_limit_exceeded", "PDF page count exceeds limit");
   EXPECT_TRUE(listTree(dir.file("a")).empty());
+}
+
+TEST_F(PdfInput, DeclaredPageMissingFromThePageTreeFailsAtThatPageInBothModes) {
+  for (const char* mode : {"text", "layout"}) {
+    EXPECT_TRUE(failsAtSecondPage(fixturePath("pdf_pages_declared_two_one_kid.pdf"), mode)) << mode;
+  }
+}
+
+TEST_F(PdfInput, DeclaredPageInALoopOfThePageTreeFailsAtThatPageInBothModes) {
+  for (const char* mode : {"text", "layout"}) EXPECT_TRUE(failsAtSecondPage(fixturePath("pdf_pages_loop.pdf"), mode)) << mode;
 }
 
 TEST_F(PdfInput, UserPasswordIsRefusedAndOwnerOnlyEncryptionOpens) {

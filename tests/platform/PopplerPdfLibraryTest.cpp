@@ -204,12 +204,21 @@ class PopplerPdfLibrary : public ::testing::Test {
 
 // --- Geometry -------------------------------------------------------------
 
-TEST_F(PopplerPdfLibrary, CountsOnlyThePagesThePageTreeReallyReaches) {
+TEST_F(PopplerPdfLibrary, CountsTheDeclaredPagesAndRefusesOneInALoopOfThePageTree) {
   auto doc = open("pdf_pages_loop.pdf");
   ASSERT_NE(doc, nullptr);
-  EXPECT_EQ(doc->pageCount(), 1);
+  EXPECT_EQ(doc->pageCount(), 2);
   EXPECT_NE(doc->page(0), nullptr);
   EXPECT_EQ(doc->page(1), nullptr);
+}
+
+TEST_F(PopplerPdfLibrary, CountsTheDeclaredPagesAndRefusesOneTheTreeDoesNotHold) {
+  auto doc = open("pdf_pages_declared_two_one_kid.pdf");
+  ASSERT_NE(doc, nullptr);
+  EXPECT_EQ(doc->pageCount(), 2);
+  EXPECT_NE(doc->page(0), nullptr);
+  EXPECT_EQ(doc->page(1), nullptr);
+  EXPECT_EQ(doc->page(2), nullptr);
 }
 
 TEST_F(PopplerPdfLibrary, ReportsMediaBoxesInPointsUnrotated) {
