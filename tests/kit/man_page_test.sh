@@ -14,7 +14,9 @@ missing=0
 for expected in NAME SYNOPSIS OPTIONS "STANDARD OUTPUT" "EXIT STATUS" "CODES AND MESSAGES" FILES LIMITS LANGUAGES \
     "TIME AND MEMORY" EXAMPLES --input --artifacts --output-mode --json invalid_input encrypted_pdf \
     resource_limit_exceeded local_runtime_unavailable local_runtime_timeout local_runtime_failed \
-    "Input file is missing" "PDF requires a password" result.json ocr.txt page-NNNN.png prlimit; do
+    "Input file is missing" "PDF requires a password" result.json ocr.txt page-NNNN.png prlimit \
+    "Usage: kem-vision-ocr --input <path> --artifacts <directory> --output-mode <text|layout> --json" \
+    "Unknown argument: " "Duplicate argument: " "Missing value for "; do
   if ! grep -qF -- "$expected" <<<"$text"; then echo "missing from the man page: $expected"; missing=1; fi
 done
 # Every fixed message the pipeline can print.
