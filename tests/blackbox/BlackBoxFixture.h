@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "kit/OutputCollector.h"
 #include "support/TestSupport.h"
 
 namespace kvo::test {
@@ -19,7 +20,9 @@ class HelperBinary : public ::testing::Test {
  protected:
   ProcessResult run(std::vector<std::string> arguments, const std::vector<std::string>& env = {}) {
     arguments.insert(arguments.begin(), KVO_HELPER_PATH);
-    return runProcess(arguments, env);
+    ProcessResult result = runProcess(arguments, env);
+    collectHelperOutput(arguments, result);
+    return result;
   }
 
   // Runs on `input` into a fresh artifacts directory (created by the helper).

@@ -1,0 +1,54 @@
+#!/usr/bin/env bash
+# The Debian package: CPack builds it, its Depends carry the shared
+# libraries dpkg-shlibdeps found and the three language packs, lintian finds
+# no error in it, apt-get installs it, the installed helper reads the
+# samples, and apt-get removes it again. Needs root (exit 77: skipped).
+set -euo pipefail
+: "${KVO_BUILD_DIR:?}" "${KVO_SOURCE_DIR:?}"
+if [ "$(id -u)" -ne 0 ]; then
+  echo "SKIP: installing a .deb needs root; run as root to test the package"
+  exit 77
+fi
+if dpkg-query -W -f='${Status}' kem-vision-ocr 2>/dev/null | grep -q 'install ok installed'; then
+  echo "kem-vision-ocr is already installed on this machine; remove it first (apt-get remove kem-vision-ocr)"
+  exit 1
+fi
+work=$(mktemp -d /tmp/kvo-deb.XXXXXX)
+trap 'rm -rf "$work"' EXIT
+(cd "$KVO_BUILD_DIR" && cpack -G DEB -B "$work" > "$work/cpack.log") || { cat "$work/cpack.log"; exit 1; }
+deb=$(ls "$work"/kem-vision-ocr_*.deb)
+echo "== $(basename "$deb")"
+dpkg-deb -f "$deb" Package Version Architecture Depends Recommends
+depends=$(dpkg-deb -f "$deb" Depends)
+for needed in tesseract-ocr-chi-sim tesseract-ocr-chi-tra tesseract-ocr-eng libtesseract5 libpoppler libpng16-16 \
+    libjpeg62-turbo libwebp7 libexif12 libicu72 libstdc++6 libc6; do
+  grep -q "$needed" <<<"$depends" || { echo "Depends lacks $needed"; exit 1; }
+done
+echo "== dpkg -c"
+dpkg -c "$deb" | awk '{ print $1, $2, $6 }'
+echo "== lintian"
+lintian --info --tag-display-limit 0 "$deb" > "$work/lintian.txt" 2>&1 || true
+cat "$work/lintian.txt"
+if grep -q '^E: ' "$work/lintian.txt"; then echo "lintian reports errors"; exit 1; fi
+
+echo "== apt-get install"
+export DEBIAN_FRONTEND=noninteractive
+remove() { apt-get remove -y -o DPkg::Lock::Timeout=300 kem-vision-ocr > "$work/remove.log" 2>&1; }
+apt-get install -y --no-install-recommends -o DPkg::Lock::Timeout=300 "$deb" > "$work/install.log" 2>&1 ||
+  { cat "$work/install.log"; exit 1; }
+trap 'remove || true; rm -rf "$work"' EXIT
+[ "$(command -v kem-vision-ocr)" = /usr/bin/kem-vision-ocr ]
+man -w kem-vision-ocr
+runs="$work/runs"
+mkdir -p "$runs/png" "$runs/pdf"
+/usr/bin/kem-vision-ocr --input "$KVO_SOURCE_DIR/samples/sample.png" --artifacts "$work/png" --json > "$runs/png/stdout"
+/usr/bin/kem-vision-ocr --input "$KVO_SOURCE_DIR/samples/sample.pdf" --artifacts "$work/pdf" --json > "$runs/pdf/stdout"
+for r in png pdf; do echo 0 > "$runs/$r/exit"; cp "$work/$r/result.json" "$runs/$r/"; cut -c1-120 "$runs/$r/stdout"; done
+grep -q 'Harbour Light Books' "$work/png/ocr.txt"
+/usr/bin/python3 "$KVO_SOURCE_DIR/tests/kit/validate_outputs.py" /usr/share/kem-vision-ocr/schemas "$runs"
+
+echo "== apt-get remove"
+remove || { cat "$work/remove.log"; exit 1; }
+trap 'rm -rf "$work"' EXIT
+[ ! -e /usr/bin/kem-vision-ocr ] || { echo "/usr/bin/kem-vision-ocr is still there after removal"; exit 1; }
+echo "package built, checked, installed, run and removed"
