@@ -167,6 +167,21 @@ def run_helper(helper, source, work, env, mode=None, prefix="helper-"):
 
 
 
+def build_corpus(script, out, options, force):
+    """Runs a corpus generator (make_*_corpus.py) in a child process and
+    returns the manifest it wrote.
+
+    In a child, so that this process stays small: a command measured later
+    inherits the parent's memory until it executes, and its peak RSS (wait4)
+    would otherwise count the corpus building."""
+    cmd = [sys.executable, os.path.join(HERE, script), "--out", out] + options + (["--force"] if force else [])
+    proc = subprocess.run(cmd, stdout=sys.stderr)  # its progress, on our stderr
+    if proc.returncode != 0:
+        sys.exit(f"{script} failed (exit {proc.returncode})")
+    with open(os.path.join(out, "manifest.json"), encoding="utf-8") as f:
+        return json.load(f)
+
+
 def is_han(ch):
     return ch is not None and len(ch) == 1 and (
         "\u3400" <= ch <= "\u4dbf" or "\u4e00" <= ch <= "\u9fff" or "\uf900" <= ch <= "\ufaff")

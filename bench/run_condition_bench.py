@@ -51,7 +51,7 @@ REPO = os.path.dirname(HERE)
 sys.path.insert(0, HERE)
 import make_condition_corpus  # noqa: E402
 import page_conditions as pc  # noqa: E402
-from ocr_bench_common import (EditDistance, bag_distance, fmt_pct, git_revision,  # noqa: E402
+from ocr_bench_common import (EditDistance, bag_distance, build_corpus, fmt_pct, git_revision,  # noqa: E402
                               helper_digest, machine_description, measure, render, run_helper,
                               squash_nfkc)
 
@@ -311,8 +311,8 @@ def main():
     if not shutil.which("tesseract"):
         sys.exit("run_condition_bench: 'tesseract' is missing (apt-get install tesseract-ocr)")
 
-    manifest = make_condition_corpus.build(args.corpus, args.per_cell, args.rebuild_corpus,
-                                           log=lambda m: print(m, file=sys.stderr))
+    manifest = build_corpus("make_condition_corpus.py", args.corpus, ["--per-cell", str(args.per_cell)],
+                            args.rebuild_corpus)
     pages = [p for p in manifest["pages"] if p["condition"] in conditions and p["lang"] in langs]
     if args.ids:
         wanted = set(args.ids.split(","))

@@ -56,7 +56,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 REPO = os.path.dirname(HERE)
 sys.path.insert(0, HERE)
 import make_ocr_corpus  # noqa: E402
-from ocr_bench_common import (EditDistance, fmt_pct, git_revision, helper_digest,  # noqa: E402
+from ocr_bench_common import (EditDistance, build_corpus, fmt_pct, git_revision, helper_digest,  # noqa: E402
                               is_han, machine_description, measure, render, run_helper,
                               squash)
 
@@ -381,8 +381,7 @@ def main():
         if not shutil.which(tool):
             sys.exit(f"run_ocr_bench: '{tool}' is missing (apt-get install tesseract-ocr poppler-utils)")
 
-    manifest = make_ocr_corpus.build(args.corpus, args.rebuild_corpus,
-                                     log=lambda m: print(m, file=sys.stderr))
+    manifest = build_corpus("make_ocr_corpus.py", args.corpus, [], args.rebuild_corpus)
     pages = [p for p in manifest["pages"] if p["kind"] in kinds]
     if args.ids:
         wanted = set(args.ids.split(","))

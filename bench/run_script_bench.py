@@ -38,7 +38,7 @@ REPO = os.path.dirname(HERE)
 sys.path.insert(0, HERE)
 import make_script_corpus  # noqa: E402
 import page_conditions as pc  # noqa: E402
-from ocr_bench_common import (EditDistance, ScriptForms, git_revision,  # noqa: E402
+from ocr_bench_common import (EditDistance, ScriptForms, build_corpus, git_revision,  # noqa: E402
                               helper_digest, machine_description, measure, render, run_helper,
                               squash_nfkc)
 
@@ -117,8 +117,8 @@ def main():
     args.out, args.corpus = os.path.abspath(args.out), os.path.abspath(args.corpus)
     args.helper = os.path.abspath(args.helper)
 
-    manifest = make_script_corpus.build(args.corpus, args.count, args.rebuild_corpus,
-                                        log=lambda m: print(m, file=sys.stderr))
+    manifest = build_corpus("make_script_corpus.py", args.corpus, ["--count", str(args.count)],
+                            args.rebuild_corpus)
     conditions = set(c for c in args.conditions.split(",") if c)
     samples = [s for s in manifest["samples"] if s["condition"] in conditions]
     if args.ids:
