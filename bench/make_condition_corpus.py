@@ -31,7 +31,6 @@ Usage: make_condition_corpus.py [--out DIR] [--per-cell N] [--force]
 import argparse
 import json
 import os
-import shutil
 import sys
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -76,16 +75,10 @@ def page_spec(condition, lang, number, sources):
 
 
 def build(out, per_cell=PER_CELL, force=False, log=print):
-    manifest_path = os.path.join(out, "manifest.json")
-    if not force and os.path.exists(manifest_path):
-        with open(manifest_path, encoding="utf-8") as f:
-            manifest = json.load(f)
-        if manifest.get("version") == VERSION and manifest.get("per_cell") == per_cell and all(
-                os.path.exists(os.path.join(out, p["file"])) for p in manifest["pages"]):
-            return manifest
-    if os.path.isdir(out):
-        shutil.rmtree(out)
-    os.makedirs(out)
+    manifest = None if force else pc.existing_manifest(out, VERSION, {"per_cell": per_cell}, "pages")
+    if manifest:
+        return manifest
+    pc.fresh_dir(out)
     log(f"building the condition corpus in {out}")
     sources = pc.Sources(log)
     pages = []
@@ -95,21 +88,16 @@ def build(out, per_cell=PER_CELL, force=False, log=print):
                 pid, rng, st, family, label, lines, width = page_spec(condition, lang, number, sources)
                 if len(lines) < 3:
                     sys.exit(f"make_condition_corpus: {pid}: too little text from {label}")
-                img = pc.draw_lines(lines, family, st["size"], st["dpi"], st["fg"], st["bg"],
-                                    hinted=st["hinted"], width_pt=width, bar=st["bar"])
-                img, ext, options, desc = pc.apply_condition(img, st, rng)
-                img.save(os.path.join(out, pid + ext), **options)
+                name, desc, (w, h) = pc.write_item(out, pid, lines, family, st, rng, width)
                 truth = "\n".join(lines) + "\n"
-                with open(os.path.join(out, pid + ".gt.txt"), "w", encoding="utf-8") as f:
-                    f.write(truth)
-                pages.append({"id": pid, "file": pid + ext, "condition": condition, "lang": lang,
+                pages.append({"id": pid, "file": name, "condition": condition, "lang": lang,
                               "held_out": held_out(number), "source": label, "font": family,
                               "size_pt": st["size"], "dpi": st["dpi"], "image": desc,
-                              "width_px": img.size[0], "height_px": img.size[1],
+                              "width_px": w, "height_px": h,
                               "lines": len(lines), "chars": len("".join(truth.split()))})
                 log(f"  {pid}: {pages[-1]['chars']:4d} chars, {len(lines):2d} lines, {family}, {desc}")
     manifest = {"version": VERSION, "per_cell": per_cell, "pages": pages}
-    with open(manifest_path, "w", encoding="utf-8") as f:
+    with open(os.path.join(out, "manifest.json"), "w", encoding="utf-8") as f:
         json.dump(manifest, f, ensure_ascii=False, indent=1)
     return manifest
 

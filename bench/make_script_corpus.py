@@ -29,7 +29,6 @@ Usage: make_script_corpus.py [--out DIR] [--count N] [--force]
 import argparse
 import json
 import os
-import shutil
 import sys
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -114,36 +113,25 @@ def sample_spec(i, sources, forms):
 
 
 def build(out, count=COUNT, force=False, log=print):
-    manifest_path = os.path.join(out, "manifest.json")
-    if not force and os.path.exists(manifest_path):
-        with open(manifest_path, encoding="utf-8") as f:
-            manifest = json.load(f)
-        if manifest.get("version") == VERSION and manifest.get("count") == count and all(
-                os.path.exists(os.path.join(out, s["file"])) for s in manifest["samples"]):
-            return manifest
-    if os.path.isdir(out):
-        shutil.rmtree(out)
-    os.makedirs(out)
+    manifest = None if force else pc.existing_manifest(out, VERSION, {"count": count}, "samples")
+    if manifest:
+        return manifest
+    pc.fresh_dir(out)
     log(f"building the script-choice corpus in {out}")
     sources, forms = pc.Sources(log), ScriptForms()
     samples = []
     for i in range(count):
         sid, rng, st, family, script, label, lines, width = sample_spec(i, sources, forms)
-        img = pc.draw_lines(lines, family, st["size"], st["dpi"], st["fg"], st["bg"],
-                            margin_pt=12.0, hinted=st["hinted"], width_pt=width, bar=st["bar"])
-        img, ext, options, desc = pc.apply_condition(img, st, rng)
-        img.save(os.path.join(out, sid + ext), **options)
+        name, desc, _ = pc.write_item(out, sid, lines, family, st, rng, width, margin_pt=12.0)
         truth = "\n".join(lines) + "\n"
-        with open(os.path.join(out, sid + ".gt.txt"), "w", encoding="utf-8") as f:
-            f.write(truth)
         s, t = forms.counts(truth)
-        samples.append({"id": sid, "file": sid + ext, "truth": script, "source": label, "font": family,
+        samples.append({"id": sid, "file": name, "truth": script, "source": label, "font": family,
                         "font_group": pc.font_group(family), "condition": st["condition"],
                         "dpi": st["dpi"], "size_pt": st["size"], "image": desc, "lines": len(lines),
                         "han": han_count(truth), "simplified_only": s, "traditional_only": t})
         log(f"  {sid}: {samples[-1]['han']:3d} Han ({s} S-only, {t} T-only), {family}, {desc}; {label}")
     manifest = {"version": VERSION, "count": count, "samples": samples}
-    with open(manifest_path, "w", encoding="utf-8") as f:
+    with open(os.path.join(out, "manifest.json"), "w", encoding="utf-8") as f:
         json.dump(manifest, f, ensure_ascii=False, indent=1)
     return manifest
 

@@ -167,6 +167,18 @@ def run_helper(helper, source, work, env, mode=None, prefix="helper-"):
 
 
 
+def snapshot_helper(helper, work):
+    """Copies the helper into work and returns (copy, a description of the original).
+
+    Runs use the copy: a rebuild of the original during the run cannot mix two builds."""
+    import datetime
+    snapshot = os.path.join(work, "kem-vision-ocr")
+    shutil.copy2(helper, snapshot)
+    built = datetime.datetime.fromtimestamp(os.path.getmtime(helper)).astimezone()
+    return snapshot, (f"helper {helper} (sha256 {helper_digest(helper)}..., built "
+                      f"{built.strftime('%Y-%m-%d %H:%M:%S')}); ")
+
+
 def build_corpus(script, out, options, force):
     """Runs a corpus generator (make_*_corpus.py) in a child process and
     returns the manifest it wrote.

@@ -33,10 +33,12 @@ cameras do not give a scan resolution).
 
 import gettext
 import glob
+import json
 import math
 import os
 import random
 import re
+import shutil
 
 import cairo
 import numpy
@@ -381,6 +383,39 @@ def apply_condition(img, st, rng):
         desc += f", text {st['fg']} on {st['bg']}"
     options = {"dpi": (st["dpi"], st["dpi"])} if st["save_dpi"] else {}
     return img, ".png", options, desc
+
+
+def existing_manifest(out, version, settings, items):
+    """The manifest in out when it is of this version and settings and every
+    item's file is there; None when the corpus must be built (again)."""
+    path = os.path.join(out, "manifest.json")
+    if not os.path.exists(path):
+        return None
+    with open(path, encoding="utf-8") as f:
+        manifest = json.load(f)
+    if manifest.get("version") != version or any(manifest.get(k) != v for k, v in settings.items()):
+        return None
+    if not all(os.path.exists(os.path.join(out, x["file"])) for x in manifest[items]):
+        return None
+    return manifest
+
+
+def fresh_dir(out):
+    if os.path.isdir(out):
+        shutil.rmtree(out)
+    os.makedirs(out)
+
+
+def write_item(out, item_id, lines, family, st, rng, width, margin_pt=24.0):
+    """Draws lines under st's condition into out/<id>.png|.jpg and writes
+    out/<id>.gt.txt; returns (file name, image description, image size)."""
+    img = draw_lines(lines, family, st["size"], st["dpi"], st["fg"], st["bg"], margin_pt=margin_pt,
+                     hinted=st["hinted"], width_pt=width, bar=st["bar"])
+    img, ext, options, desc = apply_condition(img, st, rng)
+    img.save(os.path.join(out, item_id + ext), **options)
+    with open(os.path.join(out, item_id + ".gt.txt"), "w", encoding="utf-8") as f:
+        f.write("\n".join(lines) + "\n")
+    return item_id + ext, desc, img.size
 
 
 def seeded(*parts):

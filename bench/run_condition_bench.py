@@ -52,7 +52,7 @@ sys.path.insert(0, HERE)
 import make_condition_corpus  # noqa: E402
 import page_conditions as pc  # noqa: E402
 from ocr_bench_common import (EditDistance, bag_distance, build_corpus, fmt_pct, git_revision,  # noqa: E402
-                              helper_digest, machine_description, measure, render, run_helper,
+                              machine_description, measure, render, run_helper, snapshot_helper,
                               squash_nfkc)
 
 PLAIN_LANGS = ["eng", "chi_sim", "chi_tra", "chi_sim+chi_tra+eng"]
@@ -343,13 +343,7 @@ def main():
                        args.refresh_plain)
     helper_text = ""
     if HELPER in configs:
-        # Run a snapshot: a rebuild of the original during the run cannot mix two builds.
-        snapshot = os.path.join(work, "kem-vision-ocr")
-        shutil.copy2(args.helper, snapshot)
-        built = datetime.datetime.fromtimestamp(os.path.getmtime(args.helper)).astimezone()
-        helper_text = (f"helper {args.helper} (sha256 {helper_digest(args.helper)}..., built "
-                       f"{built.strftime('%Y-%m-%d %H:%M:%S')}); ")
-        args.helper = snapshot
+        args.helper, helper_text = snapshot_helper(args.helper, work)
 
     print(f"{len(pages)} pages ({sum(p['held_out'] for p in pages)} held out), configurations: "
           f"{', '.join(title(c) for c in configs)}", file=sys.stderr)

@@ -39,7 +39,7 @@ sys.path.insert(0, HERE)
 import make_script_corpus  # noqa: E402
 import page_conditions as pc  # noqa: E402
 from ocr_bench_common import (EditDistance, ScriptForms, build_corpus, git_revision,  # noqa: E402
-                              helper_digest, machine_description, measure, render, run_helper,
+                              machine_description, snapshot_helper, measure, render, run_helper,
                               squash_nfkc)
 
 HELPER = "helper"
@@ -129,18 +129,12 @@ def main():
         sys.exit("run_script_bench: no samples selected")
     configs = [l for l in args.plain.split(",") if l]
     helper_text = ""
-    work_parent = args.out
     os.makedirs(args.out, exist_ok=True)
-    work = tempfile.mkdtemp(prefix="work-", dir=work_parent)
+    work = tempfile.mkdtemp(prefix="work-", dir=args.out)
     if not args.no_helper:
         if not os.access(args.helper, os.X_OK):
             sys.exit(f"run_script_bench: {args.helper} is not an executable file")
-        snapshot = os.path.join(work, "kem-vision-ocr")
-        shutil.copy2(args.helper, snapshot)
-        built = datetime.datetime.fromtimestamp(os.path.getmtime(args.helper)).astimezone()
-        helper_text = (f"helper {args.helper} (sha256 {helper_digest(args.helper)}..., built "
-                       f"{built.strftime('%Y-%m-%d %H:%M:%S')}); ")
-        args.helper = snapshot
+        args.helper, helper_text = snapshot_helper(args.helper, work)
         configs = [HELPER] + configs
     if not configs:
         sys.exit("run_script_bench: nothing to run")
