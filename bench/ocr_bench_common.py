@@ -119,6 +119,14 @@ def bag_distance(ref, hyp):
 
 def measure(cmd, stdout_path, env, timeout=TIMEOUT):
     """Runs cmd; returns (exit status, wall seconds, peak RSS in KiB)."""
+    run = measure_run(cmd, stdout_path, env, timeout)
+    return run["exit"], run["seconds"], run["rss_kib"]
+
+
+def measure_run(cmd, stdout_path, env, timeout=TIMEOUT):
+    """Runs cmd with stdout to stdout_path; returns {exit, seconds (wall),
+    cpu_seconds (user + system), rss_kib (peak)}. CPU time says what a run
+    costs when the machine is shared; wall time what a user waits."""
     with open(stdout_path, "wb") as out:
         start = time.monotonic()
         proc = subprocess.Popen(cmd, stdin=subprocess.DEVNULL, stdout=out,
@@ -130,14 +138,14 @@ def measure(cmd, stdout_path, env, timeout=TIMEOUT):
         finally:
             timer.cancel()
         seconds = time.monotonic() - start
-    proc.returncode = os.waitstatus_to_exitcode(status)
-    return proc.returncode, seconds, usage.ru_maxrss
+    return {"exit": os.waitstatus_to_exitcode(status), "seconds": seconds,
+            "cpu_seconds": usage.ru_utime + usage.ru_stime, "rss_kib": usage.ru_maxrss}
 
 
 def run_helper(helper, source, work, env, mode=None, prefix="helper-"):
     """Runs the helper once on source with a fresh artifacts directory under work.
 
-    Returns (text of ocr.txt or "", {exit, seconds, rss_kib, error}); error is
+    Returns (text of ocr.txt or "", measure_run's figures and error); error is
     None when the helper printed an ok line and wrote ocr.txt."""
     parent = tempfile.mkdtemp(prefix=prefix, dir=work)
     artifacts = os.path.join(parent, "artifacts")  # absent: the helper makes it
@@ -146,7 +154,8 @@ def run_helper(helper, source, work, env, mode=None, prefix="helper-"):
         cmd += ["--output-mode", mode]
     cmd.append("--json")
     line_path = os.path.join(parent, "stdout")
-    rc, seconds, rss = measure(cmd, line_path, env)
+    run = measure_run(cmd, line_path, env)
+    rc = run["exit"]
     with open(line_path, encoding="utf-8", errors="replace") as f:
         line = f.read().strip()
     ocr = os.path.join(artifacts, "ocr.txt")
@@ -162,7 +171,8 @@ def run_helper(helper, source, work, env, mode=None, prefix="helper-"):
         with open(ocr, encoding="utf-8", errors="replace") as f:
             text = f.read()
     shutil.rmtree(parent, ignore_errors=True)
-    return text, {"exit": rc, "seconds": seconds, "rss_kib": rss, "error": error}
+    run["error"] = error
+    return text, run
 
 
 

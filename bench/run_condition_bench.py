@@ -52,7 +52,7 @@ sys.path.insert(0, HERE)
 import make_condition_corpus  # noqa: E402
 import page_conditions as pc  # noqa: E402
 from ocr_bench_common import (EditDistance, bag_distance, build_corpus, fmt_pct, git_revision,  # noqa: E402
-                              machine_description, measure, render, run_helper, snapshot_helper,
+                              machine_description, measure_run, render, run_helper, snapshot_helper,
                               squash_nfkc)
 
 PLAIN_LANGS = ["eng", "chi_sim", "chi_tra", "chi_sim+chi_tra+eng"]
@@ -117,14 +117,13 @@ def run_page(page, args, configs, work, rotation, cache):
             entry = cache.get(sha, config)
             if entry is None:
                 out = os.path.join(work, f"{page['id']}-{config}.txt")
-                rc, seconds, rss = measure(["tesseract", image, "-", "-l", config, "--psm", "3"], out, env)
+                entry = measure_run(["tesseract", image, "-", "-l", config, "--psm", "3"], out, env)
                 with open(out, encoding="utf-8", errors="replace") as f:
-                    text = f.read()
+                    entry["text"] = f.read()
                 os.remove(out)
-                entry = {"text": text, "exit": rc, "seconds": seconds, "rss_kib": rss,
-                         "error": None if rc == 0 else f"exit {rc}",
-                         "measured": datetime.datetime.now().astimezone().isoformat(timespec="seconds")}
-                if rc == 0:
+                entry["error"] = None if entry["exit"] == 0 else f"exit {entry['exit']}"
+                entry["measured"] = datetime.datetime.now().astimezone().isoformat(timespec="seconds")
+                if entry["exit"] == 0:
                     cache.put(sha, config, entry)
                 entry = dict(entry, cached=False)
             else:
@@ -156,6 +155,7 @@ def score(results, pages, args, configs, dist):
             best = min(plain, key=lambda c: (r["runs"][c]["edits"], r["runs"][c]["seconds"]))
             r["best"] = {"config": best, "edits": r["runs"][best]["edits"],
                          "seconds": r["runs"][best]["seconds"],
+                         "cpu_seconds": r["runs"][best].get("cpu_seconds", float("nan")),
                          "bag_edits": min(r["runs"][c]["bag_edits"] for c in plain)}
 
 
@@ -166,12 +166,14 @@ def group_stats(rows, configs):
         out[c] = {"cer": sum(r["runs"][c]["edits"] for r in rows) / ref,
                   "bag_cer": sum(r["runs"][c]["bag_edits"] for r in rows) / ref,
                   "seconds": sum(r["runs"][c]["seconds"] for r in rows),
+                  "cpu_seconds": sum(r["runs"][c].get("cpu_seconds", float("nan")) for r in rows),
                   "rss_mib": max(r["runs"][c]["rss_kib"] for r in rows) / 1024,
                   "failures": sum(1 for r in rows if r["runs"][c].get("error"))}
     if rows and "best" in rows[0]:
         out["best"] = {"cer": sum(r["best"]["edits"] for r in rows) / ref,
                        "bag_cer": sum(r["best"]["bag_edits"] for r in rows) / ref,
-                       "seconds": sum(r["best"]["seconds"] for r in rows)}
+                       "seconds": sum(r["best"]["seconds"] for r in rows),
+                       "cpu_seconds": sum(r["best"]["cpu_seconds"] for r in rows)}
     return out
 
 
@@ -241,12 +243,18 @@ def time_lines(results, configs, cached_plain):
     s = group_stats(results, configs)
     for c in configs:
         out.append(f"{title(c)}: total {s[c]['seconds']:.1f} s ({s[c]['seconds'] / len(results):.2f} s/page), "
-                   f"peak RSS {s[c]['rss_mib']:.0f} MiB")
+                   f"CPU {s[c]['cpu_seconds']:.1f} s, peak RSS {s[c]['rss_mib']:.0f} MiB")
     if HELPER in configs and "best" in s:
         h, b = s[HELPER]["seconds"], s["best"]["seconds"]
         line = f"helper time {h:.1f} s vs per-page best single plain configuration {b:.1f} s: ratio {h / b:.2f}"
         if THREE in configs:
             t = s[THREE]["seconds"]
+            line += f"; vs plain {THREE} {t:.1f} s: ratio {h / t:.2f}"
+        out.append(line)
+        h, b = s[HELPER]["cpu_seconds"], s["best"]["cpu_seconds"]
+        line = f"helper CPU time {h:.1f} s vs per-page best single plain configuration {b:.1f} s: ratio {h / b:.2f}"
+        if THREE in configs:
+            t = s[THREE]["cpu_seconds"]
             line += f"; vs plain {THREE} {t:.1f} s: ratio {h / t:.2f}"
         out.append(line)
     if cached_plain:

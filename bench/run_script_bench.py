@@ -39,7 +39,7 @@ sys.path.insert(0, HERE)
 import make_script_corpus  # noqa: E402
 import page_conditions as pc  # noqa: E402
 from ocr_bench_common import (EditDistance, ScriptForms, build_corpus, git_revision,  # noqa: E402
-                              machine_description, snapshot_helper, measure, render, run_helper,
+                              machine_description, snapshot_helper, measure_run, render, run_helper,
                               squash_nfkc)
 
 HELPER = "helper"
@@ -59,11 +59,11 @@ def run_sample(sample, args, configs, work):
             text, run = run_helper(args.helper, image, work, env, prefix=sample["id"] + "-")
         else:
             out = os.path.join(work, f"{sample['id']}-{config}.txt")
-            rc, seconds, rss = measure(["tesseract", image, "-", "-l", config, "--psm", "3"], out, env)
+            run = measure_run(["tesseract", image, "-", "-l", config, "--psm", "3"], out, env)
             with open(out, encoding="utf-8", errors="replace") as f:
                 text = f.read()
             os.remove(out)
-            run = {"exit": rc, "seconds": seconds, "rss_kib": rss, "error": None if rc == 0 else f"exit {rc}"}
+            run["error"] = None if run["exit"] == 0 else f"exit {run['exit']}"
         with open(os.path.join(args.out, "text", config, sample["id"] + ".txt"), "w", encoding="utf-8") as f:
             f.write(text)
         run["text"] = text
@@ -181,7 +181,8 @@ def main():
         summary = (f"{title(c)}: {sum(1 for r in rows if r['runs'][c]['judged'] == r['truth'])}/{len(rows)} "
                    f"judged right; with >= {args.min_han} Han: {len(long_rows) - len(wrong_long)}/{len(long_rows)} "
                    f"right, {len(wrong_long)} wrong or undecided; "
-                   f"{sum(r['runs'][c]['seconds'] for r in rows):.1f} s in all, peak RSS "
+                   f"{sum(r['runs'][c]['seconds'] for r in rows):.1f} s in all "
+                   f"(CPU {sum(r['runs'][c]['cpu_seconds'] for r in rows):.1f} s), peak RSS "
                    f"{max(r['runs'][c]['rss_kib'] for r in rows) / 1024:.0f} MiB")
         sections = [("all samples", confusion(rows, c, False), confusion(rows, c, True)),
                     (f"samples with >= {args.min_han} Han characters",
