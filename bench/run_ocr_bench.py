@@ -40,19 +40,15 @@ compiler (cc) for the edit distance.
 """
 
 import argparse
-import array
 import concurrent.futures
-import ctypes
 import datetime
 import hashlib
 import json
 import os
-import platform
 import shutil
 import subprocess
 import sys
 import tempfile
-import threading
 import time
 import unicodedata
 
@@ -60,6 +56,9 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 REPO = os.path.dirname(HERE)
 sys.path.insert(0, HERE)
 import make_ocr_corpus  # noqa: E402
+from ocr_bench_common import (EditDistance, build_corpus, fmt_pct, git_revision, helper_digest,  # noqa: E402
+                              is_han, machine_description, measure, render, run_helper,
+                              squash)
 
 KINDS = make_ocr_corpus.KINDS
 KIND_TITLES = {"en": "English", "sc": "Simplified", "tc": "Traditional", "mix": "Mixed"}
@@ -69,7 +68,6 @@ HELPER = "helper"          # the helper on the page PNG
 HELPER_PDF = "helper-pdf"  # the helper on an image-only PDF of the same pixels
 HELPERS = (HELPER, HELPER_PDF)
 TESSDATA = "/usr/share/tesseract-ocr/5/tessdata"
-TIMEOUT = 900
 
 
 def config_title(config):
@@ -80,91 +78,7 @@ def config_title(config):
     return f"tesseract {config}"
 
 
-# ---------------------------------------------------------------- edit distance
-
-class EditDistance:
-    """Levenshtein distance and alignment over code points, in C when cc is there."""
-
-    def __init__(self, build_dir):
-        self.lib = None
-        source = os.path.join(HERE, "ocr_bench_edit_distance.c")
-        target = os.path.join(build_dir, "ocr_bench_edit_distance.so")
-        cc = shutil.which("cc") or shutil.which("gcc")
-        try:
-            if cc and (not os.path.exists(target) or
-                       os.path.getmtime(target) < os.path.getmtime(source)):
-                subprocess.run([cc, "-O2", "-shared", "-fPIC", "-o", target, source], check=True)
-            lib = ctypes.CDLL(target)
-            u32, i32 = ctypes.POINTER(ctypes.c_uint32), ctypes.POINTER(ctypes.c_int32)
-            lib.ocrb_distance.argtypes = [u32, ctypes.c_long, u32, ctypes.c_long]
-            lib.ocrb_distance.restype = ctypes.c_long
-            lib.ocrb_align.argtypes = [u32, ctypes.c_long, u32, ctypes.c_long, i32, i32]
-            lib.ocrb_align.restype = ctypes.c_long
-            self.lib = lib
-        except (OSError, subprocess.CalledProcessError) as err:
-            print(f"note: no C edit distance ({err}); using the slow Python one", file=sys.stderr)
-
-    @staticmethod
-    def _buffer(text):
-        data = array.array("I", (ord(c) for c in text))
-        return (ctypes.c_uint32 * len(data)).from_buffer(data) if data else None, data
-
-    def distance(self, a, b):
-        if self.lib:
-            (pa, ka), (pb, kb) = self._buffer(a), self._buffer(b)
-            d = self.lib.ocrb_distance(pa, len(a), pb, len(b))
-            if d >= 0:
-                return d
-        previous = list(range(len(b) + 1))
-        for i, ca in enumerate(a, 1):
-            current = [i]
-            for j, cb in enumerate(b, 1):
-                current.append(min(previous[j] + 1, current[j - 1] + 1, previous[j - 1] + (ca != cb)))
-            previous = current
-        return previous[-1]
-
-    def align(self, a, b):
-        """[(ref char or None, hyp char or None)] for the columns that are not matches."""
-        if not self.lib or len(a) * len(b) > 60_000_000:
-            return None
-        (pa, ka), (pb, kb) = self._buffer(a), self._buffer(b)
-        n = len(a) + len(b)
-        ai, bj = (ctypes.c_int32 * max(n, 1))(), (ctypes.c_int32 * max(n, 1))()
-        k = self.lib.ocrb_align(pa, len(a), pb, len(b), ai, bj)
-        if k < 0:
-            return None
-        ops = []
-        for x in range(k):
-            i, j = ai[x], bj[x]
-            ra = a[i] if i >= 0 else None
-            hb = b[j] if j >= 0 else None
-            if ra != hb:
-                ops.append((ra, hb))
-        return ops
-
-
-def squash(text):
-    return "".join(text.split())
-
-
 # ---------------------------------------------------------------- processes
-
-def measure(cmd, stdout_path, env, timeout=TIMEOUT):
-    """Runs cmd; returns (exit status, wall seconds, peak RSS in KiB)."""
-    with open(stdout_path, "wb") as out:
-        start = time.monotonic()
-        proc = subprocess.Popen(cmd, stdin=subprocess.DEVNULL, stdout=out,
-                                stderr=subprocess.DEVNULL, env=env)
-        timer = threading.Timer(timeout, proc.kill)
-        timer.start()
-        try:
-            _, status, usage = os.wait4(proc.pid, 0)
-        finally:
-            timer.cancel()
-        seconds = time.monotonic() - start
-    proc.returncode = os.waitstatus_to_exitcode(status)
-    return proc.returncode, seconds, usage.ru_maxrss
-
 
 def run_page(page, corpus, args, configs, work, rotation):
     pid = page["id"]
@@ -186,33 +100,11 @@ def run_page(page, corpus, args, configs, work, rotation):
     for config in order:
         text_path = os.path.join(args.out, "text", config, pid + ".txt")
         if config in HELPERS:
-            parent = tempfile.mkdtemp(prefix=pid + "-helper-", dir=work)
-            artifacts = os.path.join(parent, "artifacts")  # absent: the helper makes it
             source = png if config == HELPER else os.path.join(corpus, pid + ".scan.pdf")
-            cmd = [args.helper, "--input", source, "--artifacts", artifacts]
-            if args.helper_mode:
-                cmd += ["--output-mode", args.helper_mode]
-            cmd.append("--json")
-            line_path = os.path.join(parent, "stdout")
-            rc, seconds, rss = measure(cmd, line_path, env)
-            with open(line_path, encoding="utf-8", errors="replace") as f:
-                line = f.read().strip()
-            ocr = os.path.join(artifacts, "ocr.txt")
-            error = None
-            try:
-                ok = json.loads(line.splitlines()[0]).get("ok") is True if line else False
-            except ValueError:
-                ok = False
-            if rc != 0 or not ok or not os.path.exists(ocr):
-                error = f"exit {rc}, stdout {line[:160]!r}" + ("" if os.path.exists(ocr) else ", no ocr.txt")
-                text = ""
-            else:
-                with open(ocr, encoding="utf-8", errors="replace") as f:
-                    text = f.read()
-            shutil.rmtree(parent, ignore_errors=True)
+            text, run = run_helper(args.helper, source, work, env, args.helper_mode, prefix=pid + "-helper-")
             with open(text_path, "w", encoding="utf-8") as f:
                 f.write(text)
-            result["runs"][config] = {"exit": rc, "seconds": seconds, "rss_kib": rss, "error": error}
+            result["runs"][config] = run
         else:
             rc, seconds, rss = measure(["tesseract", png, "-", "-l", config, "--psm", "3"],
                                        text_path, env)
@@ -287,15 +179,8 @@ def unicharsets(work):
     return sets
 
 
-def is_han(ch):
-    return ch is not None and len(ch) == 1 and (
-        "\u3400" <= ch <= "\u4dbf" or "\u4e00" <= ch <= "\u9fff" or "\uf900" <= ch <= "\ufaff")
-
 
 # ---------------------------------------------------------------- report
-
-def fmt_pct(x):
-    return f"{100 * x:.2f}%"
 
 
 def main_table(table, configs, kinds, markdown):
@@ -316,16 +201,6 @@ def main_table(table, configs, kinds, markdown):
         rows.append(cells)
     return render(head, rows, markdown)
 
-
-def render(head, rows, markdown):
-    if markdown:
-        out = ["| " + " | ".join(head) + " |", "|" + "|".join("---" for _ in head) + "|"]
-        out += ["| " + " | ".join(r) + " |" for r in rows]
-        return "\n".join(out)
-    widths = [max(len(str(x)) for x in col) for col in zip(head, *rows)]
-    line = lambda cells: "  ".join(str(c).ljust(w) if i == 0 else str(c).rjust(w)
-                                   for i, (c, w) in enumerate(zip(cells, widths)))
-    return "\n".join([line(head), line(["-" * w for w in widths])] + [line(r) for r in rows])
 
 
 def kind_seconds_table(table, configs, kinds, markdown):
@@ -458,21 +333,6 @@ def per_page_table(results, configs):
     return render(head, rows, True)
 
 
-def machine_description():
-    cpu = platform.processor() or ""
-    try:
-        with open("/proc/cpuinfo") as f:
-            cpu = next((l.split(":", 1)[1].strip() for l in f if l.startswith("model name")), cpu)
-    except OSError:
-        pass
-    version = subprocess.run(["tesseract", "--version"], stdout=subprocess.PIPE,
-                             stderr=subprocess.STDOUT).stdout.decode().splitlines()[0]
-    return f"{os.cpu_count()} CPUs ({cpu}), {version}"
-
-
-def helper_digest(path):
-    with open(path, "rb") as f:
-        return hashlib.sha256(f.read()).hexdigest()[:12]
 
 
 def helper_description(args, configs):
@@ -483,15 +343,6 @@ def helper_description(args, configs):
     return f"helper {args.helper} (sha256 {digest}..., built {built.strftime('%Y-%m-%d %H:%M:%S')}); "
 
 
-def git_revision():
-    try:
-        rev = subprocess.run(["git", "-C", REPO, "rev-parse", "--short", "HEAD"], stdout=subprocess.PIPE,
-                             stderr=subprocess.DEVNULL, check=True).stdout.decode().strip()
-        dirty = subprocess.run(["git", "-C", REPO, "status", "--porcelain", "--untracked-files=no"],
-                               stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout.strip()
-        return rev + (" with uncommitted changes" if dirty else "")
-    except (OSError, subprocess.CalledProcessError):
-        return "unknown"
 
 
 # ---------------------------------------------------------------- main
@@ -530,8 +381,7 @@ def main():
         if not shutil.which(tool):
             sys.exit(f"run_ocr_bench: '{tool}' is missing (apt-get install tesseract-ocr poppler-utils)")
 
-    manifest = make_ocr_corpus.build(args.corpus, args.rebuild_corpus,
-                                     log=lambda m: print(m, file=sys.stderr))
+    manifest = build_corpus("make_ocr_corpus.py", args.corpus, [], args.rebuild_corpus)
     pages = [p for p in manifest["pages"] if p["kind"] in kinds]
     if args.ids:
         wanted = set(args.ids.split(","))
