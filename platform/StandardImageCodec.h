@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/ImageCodec.h"
+#include "interfaces/ImageCodec.h"
 #include "platform/image/PngFormat.h"
 
 namespace kvo {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/TextRecognitionEngine.h"
+#include "interfaces/TextRecognitionEngine.h"
 
 namespace kvo {
 

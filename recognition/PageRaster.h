@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <optional>
 
-#include "platform/Bitmap.h"
-#include "platform/TextRecognitionEngine.h"
+#include "interfaces/Bitmap.h"
+#include "interfaces/TextRecognitionEngine.h"
 
 namespace kvo::recognition {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/Bitmap.h"
+#include "interfaces/Bitmap.h"
 
 namespace kvo::image {
 

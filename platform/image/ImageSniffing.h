@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "platform/ImageCodec.h"
+#include "interfaces/ImageCodec.h"
 
 namespace kvo::image {
 

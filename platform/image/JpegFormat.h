@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "platform/ImageCodec.h"
+#include "interfaces/ImageCodec.h"
 #include "platform/PosixIo.h"
 
 namespace kvo::image {

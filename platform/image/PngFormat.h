@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/ImageCodec.h"
+#include "interfaces/ImageCodec.h"
 #include "platform/PosixIo.h"
 
 namespace kvo {
