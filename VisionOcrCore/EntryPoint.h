@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/Platform.h"
+#include "interfaces/Platform.h"
 
 namespace kvo {
 

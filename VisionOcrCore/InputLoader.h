@@ -5,17 +5,16 @@
 #include <string>
 #include <variant>
 
-#include "platform/Bitmap.h"
-#include "platform/FileSystem.h"
-#include "platform/ImageCodec.h"
-#include "platform/PdfLibrary.h"
+#include "VisionOcrCore/Limits.h"
+#include "interfaces/Bitmap.h"
+#include "interfaces/FileSystem.h"
+#include "interfaces/ImageCodec.h"
+#include "interfaces/PdfLibrary.h"
 
 namespace kvo {
 
-inline constexpr uint64_t kMaxInputBytes = 536'870'912;  // inclusive
+// Leading bytes read to tell a PDF from an image.
 inline constexpr size_t kSniffLength = 1'024;
-inline constexpr int64_t kMaxImagePixels = 25'000'000;  // inclusive
-inline constexpr int64_t kMaxPdfPages = 500;             // inclusive
 
 // A decoded raster input: the first image of the file, upright.
 struct LoadedImage {

@@ -3,14 +3,14 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/Bitmap.h"
-#include "platform/ImageCodec.h"
-#include "platform/PdfLibrary.h"
+#include "VisionOcrCore/Limits.h"
+#include "interfaces/Bitmap.h"
+#include "interfaces/ImageCodec.h"
+#include "interfaces/PdfLibrary.h"
 
 namespace kvo {
 
 inline constexpr double kPdfRenderScale = 200.0 / 72.0;  // pixels per point at 200 dpi
-inline constexpr int64_t kMaxPagePixels = 25'000'000;    // inclusive
 
 // Pixel size of a rendered page and the points-to-pixels scale that gave it.
 struct PageRenderSize {

@@ -5,14 +5,12 @@
 #include <vector>
 
 #include "VisionOcrCore/Arguments.h"
+#include "VisionOcrCore/Limits.h"
 #include "VisionOcrCore/Models.h"
-#include "platform/Platform.h"
+#include "interfaces/Platform.h"
 
 namespace kvo {
 
-inline constexpr uint64_t kMaxArtifactBytes = 1'073'741'824;  // inclusive; the staged input is not counted
-inline constexpr size_t kPreviewLength = 2'000;               // characters (grapheme clusters)
-inline constexpr size_t kPagePreviewCap = 5;
 
 // Drives one OCR run from parsed arguments to the success record. Every step
 // throws HelperError for the failures it expects and nothing is caught,

@@ -5,8 +5,8 @@
 #include <string>
 
 #include "VisionOcrCore/Models.h"
-#include "platform/Bitmap.h"
-#include "platform/TextRecognitionEngine.h"
+#include "interfaces/Bitmap.h"
+#include "interfaces/TextRecognitionEngine.h"
 
 namespace kvo {
 

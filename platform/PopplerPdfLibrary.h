@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/PdfLibrary.h"
+#include "interfaces/PdfLibrary.h"
 
 namespace kvo {
 

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <system_error>
 
+#include "platform/PosixIo.h"
+
 namespace kvo {
 
 namespace {
@@ -21,17 +23,9 @@ class PosixReadableFile final : public ReadableFile {
 
   std::vector<uint8_t> read(size_t count) override {
     std::vector<uint8_t> data(count);
-    size_t filled = 0;
-    while (filled < count) {
-      ssize_t n = ::read(fd_, data.data() + filled, count - filled);
-      if (n < 0) {
-        if (errno == EINTR) continue;
-        throw std::system_error(errno, std::generic_category(), "Failed to read input file");
-      }
-      if (n == 0) break;
-      filled += static_cast<size_t>(n);
-    }
-    data.resize(filled);
+    const ssize_t filled = posix::readFully(fd_, data.data(), count);
+    if (filled < 0) throw std::system_error(errno, std::generic_category(), "Failed to read input file");
+    data.resize(static_cast<size_t>(filled));
     return data;
   }
 
@@ -41,18 +35,6 @@ class PosixReadableFile final : public ReadableFile {
 
 std::string join(const std::string& directory, const char* name) {
   return directory.back() == '/' ? directory + name : directory + "/" + name;
-}
-
-bool writeAll(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    ssize_t n = ::write(fd, bytes.data(), bytes.size());
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    bytes.remove_prefix(static_cast<size_t>(n));
-  }
-  return true;
 }
 
 mode_t creationMode() {
@@ -156,7 +138,7 @@ bool PosixFileSystem::writeFileAtomically(const std::string& path, std::string_v
   std::string temporary = directory + "." + name + ".XXXXXX";
   int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
   if (fd < 0) return false;
-  const bool written = writeAll(fd, bytes) && ::fchmod(fd, creationMode()) == 0;
+  const bool written = posix::writeFully(fd, bytes) && ::fchmod(fd, creationMode()) == 0;
   const bool closed = ::close(fd) == 0;
   if (!written || !closed || ::rename(temporary.c_str(), path.c_str()) != 0) {
     ::unlink(temporary.c_str());

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/FileSystem.h"
+#include "interfaces/FileSystem.h"
 
 namespace kvo {
 

@@ -6,22 +6,9 @@
 #include <cerrno>
 #include <csignal>
 
+#include "platform/PosixIo.h"
+
 namespace kvo {
-
-namespace {
-
-void writeAll(int fd, std::string_view text) {
-  while (!text.empty()) {
-    ssize_t n = ::write(fd, text.data(), text.size());
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return;
-    }
-    text.remove_prefix(static_cast<size_t>(n));
-  }
-}
-
-}  // namespace
 
 StandardStreams::StandardStreams() {
   // A host that closes its end early must not kill the helper mid-run.
@@ -38,8 +25,8 @@ StandardStreams::StandardStreams() {
   if (null >= 0) ::close(null);
 }
 
-void StandardStreams::writeOutput(std::string_view text) { writeAll(output_, text); }
+void StandardStreams::writeOutput(std::string_view text) { (void)posix::writeFully(output_, text); }
 
-void StandardStreams::writeError(std::string_view text) { writeAll(error_, text); }
+void StandardStreams::writeError(std::string_view text) { (void)posix::writeFully(error_, text); }
 
 }  // namespace kvo

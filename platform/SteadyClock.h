@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/Clock.h"
+#include "interfaces/Clock.h"
 
 namespace kvo {
 

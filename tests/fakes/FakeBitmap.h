@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "platform/Bitmap.h"
+#include "interfaces/Bitmap.h"
 
 namespace kvo::fakes {
 

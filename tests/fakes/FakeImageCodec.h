@@ -8,7 +8,7 @@
 
 #include "fakes/EventLog.h"
 #include "fakes/InMemoryFileSystem.h"
-#include "platform/ImageCodec.h"
+#include "interfaces/ImageCodec.h"
 
 namespace kvo::fakes {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "fakes/EventLog.h"
-#include "platform/PdfLibrary.h"
+#include "interfaces/PdfLibrary.h"
 
 namespace kvo::fakes {
 

@@ -6,7 +6,7 @@
 #include "fakes/FakePdfLibrary.h"
 #include "fakes/InMemoryFileSystem.h"
 #include "fakes/ScriptedTextEngine.h"
-#include "platform/Platform.h"
+#include "interfaces/Platform.h"
 
 namespace kvo::fakes {
 

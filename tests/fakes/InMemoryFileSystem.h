@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "fakes/EventLog.h"
-#include "platform/FileSystem.h"
+#include "interfaces/FileSystem.h"
 
 namespace kvo::fakes {
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "fakes/EventLog.h"
-#include "platform/TextRecognitionEngine.h"
+#include "interfaces/TextRecognitionEngine.h"
 
 namespace kvo::fakes {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "platform/Clock.h"
-#include "platform/FileSystem.h"
-#include "platform/ImageCodec.h"
-#include "platform/PdfLibrary.h"
-#include "platform/TextRecognitionEngine.h"
+#include "interfaces/Clock.h"
+#include "interfaces/FileSystem.h"
+#include "interfaces/ImageCodec.h"
+#include "interfaces/PdfLibrary.h"
+#include "interfaces/TextRecognitionEngine.h"
 
 namespace kvo {
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/Bitmap.h"
+#include "interfaces/Bitmap.h"
 
 namespace kvo {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/Bitmap.h"
+#include "interfaces/Bitmap.h"
 
 namespace kvo {
 

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/Bitmap.h"
+#include "interfaces/Bitmap.h"
 
 namespace kvo {
 

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <vector>
+
+#include "recognition/ReadLine.h"
+
+namespace kvo::recognition {
+
+// The second reading of Latin text on a Chinese page (README, "Recognition
+// languages", step 2): a page read with a Chinese model alone has each run
+// of words with Latin letters and no Han read again with the Latin models,
+// and the new reading replaces the old where it is clearly more confident.
+
+// Words [begin, end) of a line: one with Latin letters and no Han, and the
+// words without Han after it. Han stands between two runs.
+struct LatinRun {
+  size_t begin = 0, end = 0;
+};
+
+// Whether a line's runs are read again: placed, horizontal and tall enough.
+bool rereadsLine(const ReadLine& line);
+
+// The runs of a line, left to right.
+std::vector<LatinRun> latinRuns(const std::vector<Word>& words);
+
+// The region a run is read again from: the whole height of the line with
+// some blank around it but none of the words next to it, clipped to the
+// page; nullopt when that is too small to read.
+std::optional<Box> runRegion(const ReadLine& line, LatinRun run, int pageWidth, int pageHeight);
+
+// The words of the lines read in a run's region as one line, the blanks
+// between the lines' words measured along `lineBox` on `page`.
+ReadLine joinParts(std::vector<ReadLine> parts, const Box& lineBox, const InkBits* page);
+
+// Replaces the run's words with `again` when its mean confidence is higher
+// by more than the re-read margin; remeasures the blank after it. Replacing
+// the runs from the last to the first keeps the others' indices valid.
+// Returns whether it did.
+bool replaceRun(ReadLine& line, LatinRun run, ReadLine again, const InkBits* page);
+
+// The mean of word confidences, 0 for none.
+double meanConfidence(const std::vector<float>& confidences, size_t begin, size_t end);
+
+}  // namespace kvo::recognition

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace kvo::recognition {
+
+// One recognised word of a line.
+struct Word {
+  std::string text;  // UTF-8, no white space
+  // Blank pixels between the ink of the previous word and this one along the
+  // line (0 for the first word).
+  int gapBefore = 0;
+};
+
+// Joins the words of one line into the line's text (README, "Recognition
+// languages": spacing and full-width punctuation). A space stands between
+// two words unless the boundary is a CJK one and the blank there is narrow
+// for the line's thickness (`lineThickness`: the height of a horizontal
+// line); an ASCII , : ; ? ! ( ) read next to Han becomes its full-width form
+// where the blank around it is that of a full-width cell, and no space is
+// written next to such a mark. Latin words always keep their spaces, and
+// punctuation among Latin letters and digits is never widened.
+std::string joinLineWords(const std::vector<Word>& words, int lineThickness);
+
+}  // namespace kvo::recognition

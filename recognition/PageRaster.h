@@ -1,0 +1,80 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "interfaces/Bitmap.h"
+#include "interfaces/TextRecognitionEngine.h"
+
+namespace kvo::recognition {
+
+// A box in page pixels, top-left origin, right and bottom exclusive.
+struct Box {
+  int left = 0, top = 0, right = 0, bottom = 0;
+  int width() const { return right - left; }
+  int height() const { return bottom - top; }
+};
+
+// One byte per pixel, the page as recognition reads it. Owns its pixels.
+struct GreyImage {
+  uint8_t* data = nullptr;
+  GreyImage() = default;
+  ~GreyImage();
+  GreyImage(const GreyImage&) = delete;
+  GreyImage& operator=(const GreyImage&) = delete;
+};
+
+// Luminance with Leptonica's weights (0.3 R + 0.5 G + 0.2 B in 8.8 fixed
+// point, the ones Tesseract would use to convert colour); white stays 255.
+uint32_t luminance(uint32_t r, uint32_t g, uint32_t b);
+
+// Grey copy of an rgb8 or rgba8 bitmap, transparent pixels composited over
+// white. False when the memory cannot be had.
+bool toGrey(const Bitmap& image, GreyImage& grey);
+
+// The resolution handed to recognition: the bitmap's, rounded; 0 when unknown.
+int roundedResolution(double pixelsPerInch);
+
+// A binarised page (1 = ink) as Leptonica lays one out: rows of 32-bit
+// words, the leftmost pixel in the most significant bit.
+struct InkBits {
+  const uint32_t* words = nullptr;
+  int wordsPerRow = 0;
+  int width = 0, height = 0;
+  bool ink(int x, int y) const {
+    return ((words[static_cast<size_t>(y) * wordsPerRow + (x >> 5)] >> (31 - (x & 31))) & 1) != 0;
+  }
+};
+
+// The blank between words `a` and `b` of `line`: the longest run of ink-free
+// columns (rows for a vertical line) across the line between the middles of
+// the two boxes. The boxes LSTM recognition reports for single characters
+// can be off by half a character, too rough to tell characters set solid
+// from a real gap. Without a page (`page` null), the distance between the boxes.
+int blankBetween(const InkBits* page, const Box& line, const Box& a, const Box& b);
+
+// How far the baseline from (x1, y1) to (x2, y2) drops (positive) or rises
+// across a horizontal line's `box`, when that is large enough to matter and
+// small enough to trust; 0 otherwise.
+double baselineDrop(int x1, int y1, int x2, int y2, const Box& box);
+
+// The corners of a line for its observation, normalised to the page: its
+// box, or for a sloped line (`drop` != 0) the parallelogram between two
+// parallels to the baseline, since the box of a line on a page fed in askew
+// is mostly blank and overlaps the lines next to it.
+struct Corners {
+  NormalizedPoint topLeft, topRight, bottomRight, bottomLeft;
+};
+Corners lineCorners(const Box& line, double drop, double pageWidth, double pageHeight);
+
+// `region` clipped to a page of width × height; nullopt when none of it is on it.
+std::optional<Box> clipToPage(Box region, int width, int height);
+
+// Blank kept around a line read on its own: a quarter of its height, at least 2 pixels.
+int linePadding(const Box& line);
+
+// The region a sample line is read from: the line with its padding, at most
+// `widest` pixels wide from its padded left edge (any int, INT_MAX included).
+Box sampleRegion(const Box& line, int pageWidth, int widest);
+
+}  // namespace kvo::recognition

@@ -1,0 +1,127 @@
+#include "recognition/LatinRuns.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using kvo::recognition::Box;
+using kvo::recognition::LatinRun;
+using kvo::recognition::ReadLine;
+
+class LatinRuns : public ::testing::Test {
+ protected:
+  // A line 30 pixels high at the top of the page: word i is 40 pixels wide
+  // from x = 50 i, read with confidence `confidences[i]`.
+  static ReadLine line(const std::vector<std::string>& words, const std::vector<float>& confidences) {
+    ReadLine l;
+    l.placed = true;
+    l.box = Box{0, 100, 50 * static_cast<int>(words.size()), 130};
+    for (size_t i = 0; i < words.size(); ++i) {
+      l.words.push_back({words[i], i == 0 ? 0 : 10});
+      const int left = 50 * static_cast<int>(i);
+      l.boxes.push_back(Box{left, 100, left + 40, 130});
+      l.confidences.push_back(confidences[i]);
+    }
+    return l;
+  }
+  static std::vector<std::pair<size_t, size_t>> runs(const std::vector<std::string>& words) {
+    std::vector<kvo::recognition::Word> w;
+    for (const auto& text : words) w.push_back({text, 0});
+    std::vector<std::pair<size_t, size_t>> found;
+    for (const LatinRun& r : kvo::recognition::latinRuns(w)) found.emplace_back(r.begin, r.end);
+    return found;
+  }
+  static std::vector<std::string> texts(const ReadLine& l) {
+    std::vector<std::string> t;
+    for (const auto& w : l.words) t.push_back(w.text);
+    return t;
+  }
+};
+
+TEST_F(LatinRuns, StartAtLatinLettersAndEndBeforeHan) {
+  using Runs = std::vector<std::pair<size_t, size_t>>;
+  EXPECT_EQ(runs({"使用", "ls", "-l", "命令"}), (Runs{{1, 3}}));
+  EXPECT_EQ(runs({"a", "中", "12", "b", "c"}), (Runs{{0, 1}, {3, 5}}));
+  // Digits and punctuation alone start none; a word mixing Han and Latin ends one.
+  EXPECT_EQ(runs({"12", "-", "中文"}), Runs{});
+  EXPECT_EQ(runs({"see", "ls命令", "x"}), (Runs{{0, 1}, {2, 3}}));
+  // Latin letters are Latin script: Greek and full-width forms are not.
+  EXPECT_EQ(runs({"αβγ", "中"}), Runs{});
+  EXPECT_EQ(runs({"é", "中"}), (Runs{{0, 1}}));
+}
+
+TEST_F(LatinRuns, RereadsPlacedHorizontalLinesOnly) {
+  ReadLine l = line({"ls"}, {50});
+  EXPECT_TRUE(kvo::recognition::rereadsLine(l));
+  l.placed = false;
+  EXPECT_FALSE(kvo::recognition::rereadsLine(l));
+  l.placed = true;
+  l.box = Box{0, 0, 30, 60};
+  EXPECT_FALSE(kvo::recognition::rereadsLine(l));
+  l.box = Box{0, 0, 30, 3};
+  EXPECT_FALSE(kvo::recognition::rereadsLine(l));
+}
+
+TEST_F(LatinRuns, ReadsARunAgainWithoutItsNeighbours) {
+  const ReadLine l = line({"使用", "ls", "-l", "命令"}, {90, 60, 60, 90});
+  // Padding 7 (a quarter of 30); halfway to the neighbours' boxes.
+  const auto region = kvo::recognition::runRegion(l, {1, 3}, 1000, 1000);
+  ASSERT_TRUE(region.has_value());
+  EXPECT_EQ(region->left, 45);
+  EXPECT_EQ(region->right, 145);
+  EXPECT_EQ(region->top, 93);
+  EXPECT_EQ(region->bottom, 137);
+  // Clipped to the page, and too little of it left to read.
+  const auto clipped = kvo::recognition::runRegion(l, {3, 4}, 175, 1000);
+  ASSERT_TRUE(clipped.has_value());
+  EXPECT_EQ(clipped->left, 145);
+  EXPECT_EQ(clipped->right, 175);
+  EXPECT_FALSE(kvo::recognition::runRegion(l, {3, 4}, 148, 1000).has_value());
+}
+
+TEST_F(LatinRuns, KeepsTheNewReadingOnlyWhenClearlyMoreConfident) {
+  ReadLine l = line({"使用", "1s", "-1", "命令"}, {90, 60, 60, 90});
+  ReadLine again = line({"ls", "-l"}, {80, 80});
+  EXPECT_FALSE(kvo::recognition::replaceRun(l, {1, 3}, again, nullptr));
+  EXPECT_EQ(texts(l), (std::vector<std::string>{"使用", "1s", "-1", "命令"}));
+  again.confidences = {80, 81};
+  EXPECT_TRUE(kvo::recognition::replaceRun(l, {1, 3}, again, nullptr));
+  EXPECT_EQ(texts(l), (std::vector<std::string>{"使用", "ls", "-l", "命令"}));
+  EXPECT_EQ(l.confidences, (std::vector<float>{90, 80, 81, 90}));
+  EXPECT_FALSE(kvo::recognition::replaceRun(l, {1, 3}, ReadLine{}, nullptr));
+}
+
+TEST_F(LatinRuns, KeepsTheBlankBeforeTheRunAndRemeasuresTheOneAfter) {
+  ReadLine l = line({"使用", "1s", "命令"}, {90, 10, 90});
+  l.words[1].gapBefore = 17;
+  ReadLine again;
+  again.words = {{"ls", 0}};
+  again.boxes = {Box{52, 100, 70, 130}};
+  again.confidences = {90};
+  ASSERT_TRUE(kvo::recognition::replaceRun(l, {1, 2}, again, nullptr));
+  EXPECT_EQ(l.words[1].gapBefore, 17);
+  // Without the page, the distance between the boxes.
+  EXPECT_EQ(l.words[2].gapBefore, 100 - 70);
+}
+
+TEST_F(LatinRuns, JoinsTheLinesOfARegionIntoOne) {
+  ReadLine a = line({"ls", "-l"}, {80, 70});
+  ReadLine b = line({"file"}, {60});
+  b.boxes[0] = Box{120, 100, 160, 130};
+  const ReadLine joined = kvo::recognition::joinParts({a, b}, Box{0, 100, 200, 130}, nullptr);
+  EXPECT_EQ(texts(joined), (std::vector<std::string>{"ls", "-l", "file"}));
+  EXPECT_EQ(joined.confidences, (std::vector<float>{80, 70, 60}));
+  EXPECT_EQ(joined.words[1].gapBefore, 10);
+  EXPECT_EQ(joined.words[2].gapBefore, 120 - 90);
+}
+
+TEST_F(LatinRuns, AveragesWordConfidences) {
+  EXPECT_DOUBLE_EQ(kvo::recognition::meanConfidence({10, 20, 60}, 0, 3), 30);
+  EXPECT_DOUBLE_EQ(kvo::recognition::meanConfidence({10, 20, 60}, 1, 3), 40);
+  EXPECT_DOUBLE_EQ(kvo::recognition::meanConfidence({10}, 1, 1), 0);
+}
+
+}  // namespace

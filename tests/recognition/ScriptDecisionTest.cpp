@@ -1,0 +1,158 @@
+#include "recognition/ScriptDecision.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using kvo::recognition::Box;
+using kvo::recognition::HanReading;
+using kvo::recognition::Script;
+using kvo::recognition::ScriptForms;
+
+class ScriptDecision : public ::testing::Test {
+ protected:
+  // `count` Han characters read with confidence `confidence`, `own` of them
+  // in forms of the model's own script with confidence `ownConfidence`.
+  static HanReading reading(int count, double confidence, int own = 0, double ownConfidence = 0) {
+    HanReading r;
+    for (int i = 0; i < count - own; ++i) r.han.add(confidence);
+    for (int i = 0; i < own; ++i) {
+      r.han.add(ownConfidence);
+      r.ownForms.add(ownConfidence);
+    }
+    return r;
+  }
+  // A line 30 pixels high, `widthInHeights` times as wide, at row `row`.
+  static Box line(int row, int widthInHeights = 40) { return Box{10, 40 * row, 10 + 30 * widthInHeights, 40 * row + 30}; }
+
+  // Reads sample lines from a script: `han[i]` Han characters on the line at row i.
+  struct ScriptedReader {
+    std::vector<int> han;
+    std::vector<std::pair<int, int>> reads;  // row, widest
+    HanReading operator()(const Box& b, int widest) {
+      const int row = b.top / 40;
+      reads.emplace_back(row, widest);
+      return reading(han.at(row), 99);
+    }
+  };
+  static kvo::recognition::FirstReading readWith(ScriptedReader& reader, const std::vector<Box>& sample) {
+    return kvo::recognition::readWithFirstModel(sample, [&](const Box& b, int widest) { return reader(b, widest); });
+  }
+};
+
+TEST_F(ScriptDecision, MeasuresDoubtAsWhatTheMeanConfidenceLeaves) {
+  EXPECT_DOUBLE_EQ(reading(4, 98).han.doubt(), 2);
+  EXPECT_DOUBLE_EQ(reading(0, 0).han.doubt(), 100);
+  HanReading sum = reading(2, 90);
+  sum.add(reading(2, 100));
+  EXPECT_EQ(sum.han.count, 4);
+  EXPECT_DOUBLE_EQ(sum.han.doubt(), 5);
+}
+
+TEST_F(ScriptDecision, KeepsTheFirstModelWhenTheSecondReadNoHan) {
+  EXPECT_EQ(kvo::recognition::decideScript(reading(50, 80), reading(0, 0)), Script::first);
+}
+
+TEST_F(ScriptDecision, GivesThePageToTheSecondModelWithMarkedlyLessDoubt) {
+  // Doubt 3 against 2: a ratio of 1.5 is not enough, a little more is.
+  EXPECT_EQ(kvo::recognition::decideScript(reading(50, 97), reading(50, 98)), Script::first);
+  EXPECT_EQ(kvo::recognition::decideScript(reading(50, 97), reading(50, 98.1)), Script::second);
+}
+
+TEST_F(ScriptDecision, KeepsTheFirstModelWhenBothAreNearlyCertain) {
+  // Doubt 0.35 against 0.1: far less, but within the margin.
+  EXPECT_EQ(kvo::recognition::decideScript(reading(50, 99.65), reading(50, 99.9)), Script::first);
+  EXPECT_EQ(kvo::recognition::decideScript(reading(50, 99.5), reading(50, 99.9)), Script::second);
+}
+
+TEST_F(ScriptDecision, WeighsOnlyOwnFormsWhenBothReadingsHaveEnough) {
+  // Shared characters alike; the wrong model hesitates on its own forms.
+  EXPECT_EQ(kvo::recognition::decideScript(reading(60, 99, 8, 90), reading(60, 99, 8, 98)), Script::second);
+  EXPECT_EQ(kvo::recognition::decideScript(reading(60, 99, 8, 98), reading(60, 99, 8, 90)), Script::first);
+  // Seven own forms in one reading: all Han characters count (doubt 2.2 against 2).
+  EXPECT_EQ(kvo::recognition::decideScript(reading(60, 99, 8, 90), reading(60, 98, 8, 98)), Script::second);
+  EXPECT_EQ(kvo::recognition::decideScript(reading(60, 99, 8, 90), reading(60, 98, 7, 98)), Script::first);
+}
+
+TEST_F(ScriptDecision, CountsHanSymbolsAndTheirOwnForms) {
+  const ScriptForms simplified("chi_sim"), traditional("chi_tra");
+  EXPECT_TRUE(simplified.own(U'门'));
+  EXPECT_FALSE(simplified.own(U'門'));
+  EXPECT_FALSE(simplified.own(U'人'));
+  EXPECT_TRUE(traditional.own(U'門'));
+  EXPECT_FALSE(traditional.own(U'人'));
+  HanReading r;
+  r.addSymbol("门", 90, simplified);
+  r.addSymbol("人", 80, simplified);
+  r.addSymbol("A", 10, simplified);
+  r.addSymbol("，", 10, simplified);
+  r.addSymbol("\xff", 10, simplified);
+  EXPECT_EQ(r.han.count, 2);
+  EXPECT_DOUBLE_EQ(r.han.sum, 170);
+  EXPECT_EQ(r.ownForms.count, 1);
+  EXPECT_DOUBLE_EQ(r.ownForms.sum, 90);
+}
+
+TEST_F(ScriptDecision, SamplesWideHorizontalLinesOnly) {
+  EXPECT_TRUE(kvo::recognition::isSampleLine(Box{0, 0, 24, 8}));
+  EXPECT_FALSE(kvo::recognition::isSampleLine(Box{0, 0, 23, 8}));
+  EXPECT_FALSE(kvo::recognition::isSampleLine(Box{0, 0, 300, 7}));
+  EXPECT_FALSE(kvo::recognition::isSampleLine(Box{0, 0, 30, 300}));
+}
+
+TEST_F(ScriptDecision, SpreadsTheSampleOverThePage) {
+  std::vector<Box> lines;
+  for (int i = 0; i < 32; ++i) lines.push_back(line(i));
+  const auto sample = kvo::recognition::spreadSample(lines);
+  std::vector<int> rows;
+  for (const Box& b : sample) rows.push_back(b.top / 40);
+  EXPECT_EQ(rows, (std::vector<int>{2, 6, 10, 14, 18, 22, 26, 30}));
+  EXPECT_EQ(kvo::recognition::spreadSample({line(0), line(1)}).size(), 2u);
+  EXPECT_TRUE(kvo::recognition::spreadSample({}).empty());
+}
+
+TEST_F(ScriptDecision, ProbesTheStartOfLinesUntilHanTurnsUp) {
+  ScriptedReader reader{{0, 0, 20, 20, 20}, {}};
+  std::vector<Box> sample;
+  for (int i = 0; i < 5; ++i) sample.push_back(line(i));
+  const auto first = readWith(reader, sample);
+  // Rows 0 and 1 probed 12 heights wide (360 pixels), row 2 probed then
+  // read; with Han found, the rest are read whole.
+  const std::vector<std::pair<int, int>> expected = {{0, 360},
+                                                     {1, 360},
+                                                     {2, 360},
+                                                     {2, kvo::recognition::kWholeLine},
+                                                     {3, kvo::recognition::kWholeLine},
+                                                     {4, kvo::recognition::kWholeLine}};
+  EXPECT_EQ(reader.reads, expected);
+  EXPECT_EQ(first.hanLines.size(), 3u);
+  EXPECT_EQ(first.total.han.count, 60);
+}
+
+TEST_F(ScriptDecision, StopsOnceEnoughHanIsSeen) {
+  ScriptedReader reader{{30, 30, 30, 30}, {}};
+  const auto first = readWith(reader, {line(0), line(1), line(2), line(3)});
+  // Three lines with 60 Han or more suffice.
+  EXPECT_EQ(first.hanLines.size(), 3u);
+  EXPECT_EQ(reader.reads.size(), 4u);  // one probe, three whole lines
+}
+
+TEST_F(ScriptDecision, GivesUpAfterThreeLinesWithoutHan) {
+  ScriptedReader reader{{0, 0, 0, 30}, {}};
+  const auto first = readWith(reader, {line(0), line(1), line(2), line(3)});
+  EXPECT_TRUE(first.hanLines.empty());
+  EXPECT_EQ(reader.reads.size(), 3u);
+}
+
+TEST_F(ScriptDecision, IgnoresLinesWithAFewStrayHan) {
+  ScriptedReader reader{{3, 3, 3, 3}, {}};
+  // Narrow lines are read whole at once.
+  const auto first = readWith(reader, {line(0, 10), line(1, 10), line(2, 10), line(3, 10)});
+  EXPECT_TRUE(first.hanLines.empty());
+  EXPECT_EQ(reader.reads.size(), 3u);
+}
+
+}  // namespace
