@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <map>
 #include <new>
@@ -15,6 +16,7 @@
 
 #include "recognition/LatinRuns.h"
 #include "recognition/LineText.h"
+#include "recognition/PagePreparation.h"
 #include "recognition/PageRaster.h"
 #include "recognition/ReadingPlan.h"
 #include "recognition/ScriptDecision.h"
@@ -174,6 +176,27 @@ std::vector<ReadLine> readLines(tesseract::TessBaseAPI& api, const InkBits* ink,
   return lines;
 }
 
+// The text lines the layout analysis of `api` (its page loaded) finds, in
+// reading order.
+std::vector<Box> layoutLines(tesseract::TessBaseAPI& api) {
+  std::vector<Box> lines;
+  std::unique_ptr<tesseract::PageIterator> it(api.AnalyseLayout());
+  if (!it || it->Empty(tesseract::RIL_TEXTLINE)) return lines;
+  do {
+    Box b;
+    if (it->BoundingBox(tesseract::RIL_TEXTLINE, &b.left, &b.top, &b.right, &b.bottom)) lines.push_back(b);
+  } while (it->Next(tesseract::RIL_TEXTLINE));
+  return lines;
+}
+
+// How thick each line is: its height, or its width when it stands upright.
+std::vector<int> lineThicknesses(const std::vector<Box>& lines) {
+  std::vector<int> thicknesses;
+  thicknesses.reserve(lines.size());
+  for (const Box& b : lines) thicknesses.push_back(std::min(b.width(), b.height()));
+  return thicknesses;
+}
+
 enum class ReaderKind { page, line, sample };
 
 }  // namespace
@@ -205,9 +228,9 @@ struct TesseractEngine::State {
     if (!slot) slot = std::make_unique<ScriptForms>(code);
     return *slot;
   }
-  // With `page` holding the page's layout, reads its sample lines with the
-  // plan's two Chinese models (recognition/ScriptDecision).
-  Script chooseScript(tesseract::TessBaseAPI& page, const GreyImage& grey, int width, int height);
+  // Reads sample lines among the page's `lines` (its layout) with the plan's
+  // two Chinese models (recognition/ScriptDecision).
+  Script chooseScript(const std::vector<Box>& lines, const GreyImage& grey, int width, int height, int resolution);
   // The page's lines as `api` read them. With `latinLanguages`, the Latin
   // runs on them are read again with those models (recognition/LatinRuns).
   std::vector<TextObservation> collect(tesseract::TessBaseAPI& api, double width, double height,
@@ -278,24 +301,14 @@ tesseract::TessBaseAPI* TesseractEngine::State::reader(const std::string& wanted
   return nullptr;
 }
 
-Script TesseractEngine::State::chooseScript(tesseract::TessBaseAPI& page, const GreyImage& grey, int width,
-                                            int height) {
+Script TesseractEngine::State::chooseScript(const std::vector<Box>& layout, const GreyImage& grey, int width,
+                                            int height, int resolution) {
   // Horizontal text lines, in reading order.
   std::vector<Box> lines;
-  {
-    std::unique_ptr<tesseract::PageIterator> it(page.AnalyseLayout());
-    if (!it || it->Empty(tesseract::RIL_TEXTLINE)) return Script::noHan;
-    do {
-      Box b;
-      if (it->BoundingBox(tesseract::RIL_TEXTLINE, &b.left, &b.top, &b.right, &b.bottom) &&
-          recognition::isSampleLine(b))
-        lines.push_back(b);
-    } while (it->Next(tesseract::RIL_TEXTLINE));
-  }
+  std::copy_if(layout.begin(), layout.end(), std::back_inserter(lines), recognition::isSampleLine);
   if (lines.empty()) return Script::noHan;
   const std::vector<Box> sample = recognition::spreadSample(lines);
 
-  const int resolution = page.GetSourceYResolution();
   auto readerFor = [&](const std::string& code) -> recognition::SampleReader {
     tesseract::TessBaseAPI* api = reader(code, ReaderKind::sample);
     if (api == nullptr) return nullptr;
@@ -395,16 +408,22 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
   State& state = *state_;
   if (!state.configure(request)) return std::nullopt;
 
-  const int width = static_cast<int>(image.width());
-  const int height = static_cast<int>(image.height());
+  int width = static_cast<int>(image.width());
+  int height = static_cast<int>(image.height());
   // Tesseract binarises and recognises a grey image; handing it one byte per
   // pixel keeps its internal copy a quarter of the size it makes of RGB.
   GreyImage grey;
   if (!recognition::toGrey(image, grey)) return std::nullopt;
-  const int ppi = recognition::roundedResolution(image.pixelsPerInch());
+  // Light text on a dark ground is read as dark text on a light one.
+  if (recognition::hasDarkGround(grey.data, width, height))
+    recognition::invertGrey(grey.data, static_cast<size_t>(width) * static_cast<size_t>(height));
+  int ppi = recognition::roundedResolution(image.pixelsPerInch());
+  // The page as read: `grey`, or a copy of it enlarged for small text.
+  const GreyImage* page = &grey;
+  GreyImage enlarged;
   // Tesseract copies the pixels into its own image.
   auto load = [&](tesseract::TessBaseAPI& api) {
-    api.SetImage(grey.data, width, height, 1, width);
+    api.SetImage(page->data, width, height, 1, width);
     if (ppi > 0) api.SetSourceResolution(ppi);
   };
 
@@ -417,8 +436,22 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
     api = state.reader(plan.layout, ReaderKind::page);
     if (api == nullptr) return std::nullopt;
     load(*api);
+    std::vector<Box> lines = layoutLines(*api);
+    // Small text is read from a page enlarged so that its lines reach a
+    // readable height; the observations are normalised to the page read, so
+    // they stand for the same places on the page given.
+    const int factor = recognition::enlargement(lineThicknesses(lines), width, height, kMaxSide);
+    if (factor > 1 && recognition::enlargeGrey(grey, width, height, factor, enlarged)) {
+      page = &enlarged;
+      width *= factor;
+      height *= factor;
+      ppi *= factor;
+      api->Clear();
+      load(*api);
+      lines = layoutLines(*api);
+    }
     if (plan.choosesScript()) {
-      const Script script = state.chooseScript(*api, grey, width, height);
+      const Script script = state.chooseScript(lines, *page, width, height, api->GetSourceYResolution());
       if (state.failed) {
         api = nullptr;  // released with the others
         return std::nullopt;
@@ -434,7 +467,7 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
         }
       }
     }
-    if (api->Recognize(nullptr) == 0) result = state.collect(*api, width, height, grey, latinLanguages);
+    if (api->Recognize(nullptr) == 0) result = state.collect(*api, width, height, *page, latinLanguages);
     if (state.failed) {
       // A model for the lines failed to load: the readers are gone.
       api = nullptr;
