@@ -7,7 +7,9 @@
 #include <tesseract/resultiterator.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <iterator>
 #include <limits>
 #include <map>
@@ -18,6 +20,7 @@
 #include "recognition/LineText.h"
 #include "recognition/PagePreparation.h"
 #include "recognition/PageRaster.h"
+#include "recognition/PageTurn.h"
 #include "recognition/ReadingPlan.h"
 #include "recognition/ScriptDecision.h"
 
@@ -176,17 +179,46 @@ std::vector<ReadLine> readLines(tesseract::TessBaseAPI& api, const InkBits* ink,
   return lines;
 }
 
-// The text lines the layout analysis of `api` (its page loaded) finds, in
-// reading order.
-std::vector<Box> layoutLines(tesseract::TessBaseAPI& api) {
+// What the layout analysis of a page finds.
+struct Layout {
+  // Its text lines, in reading order.
   std::vector<Box> lines;
+  // Where the top of the text points, by the area of the lines that point
+  // each way: up (as it should), to the right (the page was turned a
+  // quarter clockwise) or to the left.
+  int64_t up = 0, right = 0, left = 0;
+  // The quarter turn that puts most of the text upright: +1 clockwise, -1
+  // counter-clockwise, 0 none.
+  int uprightingTurn() const {
+    if (right > up && right >= left) return -1;
+    if (left > up && left > right) return 1;
+    return 0;
+  }
+};
+
+// The layout analysis of `api`'s page.
+Layout analyseLayout(tesseract::TessBaseAPI& api) {
+  Layout layout;
   std::unique_ptr<tesseract::PageIterator> it(api.AnalyseLayout());
-  if (!it || it->Empty(tesseract::RIL_TEXTLINE)) return lines;
+  if (!it || it->Empty(tesseract::RIL_TEXTLINE)) return layout;
   do {
     Box b;
-    if (it->BoundingBox(tesseract::RIL_TEXTLINE, &b.left, &b.top, &b.right, &b.bottom)) lines.push_back(b);
+    if (!it->BoundingBox(tesseract::RIL_TEXTLINE, &b.left, &b.top, &b.right, &b.bottom)) continue;
+    layout.lines.push_back(b);
+    tesseract::Orientation orientation = tesseract::ORIENTATION_PAGE_UP;
+    tesseract::WritingDirection direction = tesseract::WRITING_DIRECTION_LEFT_TO_RIGHT;
+    tesseract::TextlineOrder order = tesseract::TEXTLINE_ORDER_TOP_TO_BOTTOM;
+    float deskew = 0;
+    it->Orientation(&orientation, &direction, &order, &deskew);
+    const int64_t area = static_cast<int64_t>(b.width()) * b.height();
+    if (orientation == tesseract::ORIENTATION_PAGE_RIGHT)
+      layout.right += area;
+    else if (orientation == tesseract::ORIENTATION_PAGE_LEFT)
+      layout.left += area;
+    else
+      layout.up += area;
   } while (it->Next(tesseract::RIL_TEXTLINE));
-  return lines;
+  return layout;
 }
 
 // How thick each line is: its height, or its width when it stands upright.
@@ -195,6 +227,65 @@ std::vector<int> lineThicknesses(const std::vector<Box>& lines) {
   thicknesses.reserve(lines.size());
   for (const Box& b : lines) thicknesses.push_back(std::min(b.width(), b.height()));
   return thicknesses;
+}
+
+// Crooked pages. Leptonica's skew finder measures the angle of the text
+// lines on the binarised page within ±7°; the page is turned straight when
+// it finds one with the confidence and of the size Leptonica's own deskewing
+// asks for (pixDeskew's minimum confidence and angle).
+constexpr float kLeastSkewConfidence = 3.0f;
+constexpr float kLeastSkewDegrees = 0.1f;
+
+// A Leptonica copy of a grey page; null when the memory cannot be had.
+Pix* greyPix(const GreyImage& grey, int width, int height) {
+  Pix* pix = pixCreate(width, height, 8);
+  if (pix == nullptr) return nullptr;
+  l_uint32* data = pixGetData(pix);
+  const int wpl = pixGetWpl(pix);
+  for (int y = 0; y < height; ++y) {
+    const uint8_t* src = grey.data + static_cast<size_t>(y) * width;
+    l_uint32* line = data + static_cast<size_t>(y) * wpl;
+    for (int x = 0; x < width; ++x) SET_DATA_BYTE(line, x, src[x]);
+  }
+  return pix;
+}
+
+// The page straightened when its text lines slope: `turned` holds the
+// straight page and the result says how it maps back. nullopt when the page
+// is straight, no slope is found with confidence, or memory runs out.
+std::optional<recognition::PageTurn> straighten(const GreyImage& grey, int width, int height, GreyImage& turned) {
+  Pix* pix = greyPix(grey, width, height);
+  if (pix == nullptr) return std::nullopt;
+  std::optional<recognition::PageTurn> turn;
+  Pix* binary = pixThresholdToBinary(pix, recognition::separatingLevel(grey.data, width, height) + 1);
+  l_float32 degrees = 0, confidence = 0;
+  if (binary != nullptr && pixFindSkew(binary, &degrees, &confidence) == 0 && confidence >= kLeastSkewConfidence &&
+      std::abs(degrees) >= kLeastSkewDegrees) {
+    // Clockwise is positive for both calls; given the page's own size,
+    // pixRotate enlarges the canvas (centred) so that no pixel is lost.
+    const double radians = static_cast<double>(degrees) * M_PI / 180.0;
+    Pix* rotated = pixRotate(pix, static_cast<l_float32>(radians), L_ROTATE_AREA_MAP, L_BRING_IN_WHITE, width, height);
+    if (rotated != nullptr && pixGetDepth(rotated) == 8 && pixGetWidth(rotated) <= kMaxSide &&
+        pixGetHeight(rotated) <= kMaxSide) {
+      const int tw = pixGetWidth(rotated), th = pixGetHeight(rotated);
+      auto* data = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(tw) * static_cast<size_t>(th)));
+      if (data != nullptr) {
+        const l_uint32* rows = pixGetData(rotated);
+        const int wpl = pixGetWpl(rotated);
+        for (int y = 0; y < th; ++y) {
+          const l_uint32* line = rows + static_cast<size_t>(y) * wpl;
+          for (int x = 0; x < tw; ++x) data[static_cast<size_t>(y) * tw + x] = static_cast<uint8_t>(GET_DATA_BYTE(line, x));
+        }
+        std::free(turned.data);
+        turned.data = data;
+        turn = recognition::PageTurn{radians, width, height, tw, th};
+      }
+    }
+    pixDestroy(&rotated);
+  }
+  pixDestroy(&binary);
+  pixDestroy(&pix);
+  return turn;
 }
 
 enum class ReaderKind { page, line, sample };
@@ -418,9 +509,18 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
   if (recognition::hasDarkGround(grey.data, width, height))
     recognition::invertGrey(grey.data, static_cast<size_t>(width) * static_cast<size_t>(height));
   int ppi = recognition::roundedResolution(image.pixelsPerInch());
-  // The page as read: `grey`, or a copy of it enlarged for small text.
+  // The page as read: `grey`, or a copy of it turned straight and/or
+  // enlarged for small text.
   const GreyImage* page = &grey;
-  GreyImage enlarged;
+  GreyImage turned, upright, enlarged;
+  // The turns made, in order; observations are mapped back through them in reverse.
+  std::vector<recognition::PageTurn> turns;
+  if (const auto turn = straighten(grey, width, height, turned)) {
+    turns.push_back(*turn);
+    page = &turned;
+    width = turn->turnedWidth;
+    height = turn->turnedHeight;
+  }
   // Tesseract copies the pixels into its own image.
   auto load = [&](tesseract::TessBaseAPI& api) {
     api.SetImage(page->data, width, height, 1, width);
@@ -436,19 +536,31 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
     api = state.reader(plan.layout, ReaderKind::page);
     if (api == nullptr) return std::nullopt;
     load(*api);
-    std::vector<Box> lines = layoutLines(*api);
+    Layout layout = analyseLayout(*api);
+    // A page turned a quarter is read turned back: Tesseract finds its lines
+    // but reads them in the wrong order and samples none for the script.
+    if (const int quarter = layout.uprightingTurn();
+        quarter != 0 && recognition::turnGreyQuarter(*page, width, height, quarter > 0, upright)) {
+      turns.push_back(recognition::PageTurn{quarter * M_PI / 2, width, height, height, width});
+      page = &upright;
+      std::swap(width, height);
+      api->Clear();
+      load(*api);
+      layout = analyseLayout(*api);
+    }
+    std::vector<Box>& lines = layout.lines;
     // Small text is read from a page enlarged so that its lines reach a
     // readable height; the observations are normalised to the page read, so
     // they stand for the same places on the page given.
     const int factor = recognition::enlargement(lineThicknesses(lines), width, height, kMaxSide);
-    if (factor > 1 && recognition::enlargeGrey(grey, width, height, factor, enlarged)) {
+    if (factor > 1 && recognition::enlargeGrey(*page, width, height, factor, enlarged)) {
       page = &enlarged;
       width *= factor;
       height *= factor;
       ppi *= factor;
       api->Clear();
       load(*api);
-      lines = layoutLines(*api);
+      layout = analyseLayout(*api);
     }
     if (plan.choosesScript()) {
       const Script script = state.chooseScript(lines, *page, width, height, api->GetSourceYResolution());
@@ -477,6 +589,9 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
     result.reset();
   }
   if (api != nullptr) api->Clear();
+  if (result)
+    for (auto turn = turns.rbegin(); turn != turns.rend(); ++turn)
+      for (TextObservation& o : *result) turn->mapBack(o);
   return result;
 }
 

@@ -55,6 +55,11 @@ bool hasDarkGround(const uint8_t* grey, int width, int height) {
   return light > 0 && dark > light;
 }
 
+int separatingLevel(const uint8_t* grey, int width, int height) {
+  if (grey == nullptr || width <= 0 || height <= 0) return 127;
+  return otsuLevel(histogram(grey, width, height));
+}
+
 void invertGrey(uint8_t* grey, size_t count) {
   for (size_t i = 0; i < count; ++i) grey[i] = static_cast<uint8_t>(255 - grey[i]);
 }
@@ -73,6 +78,26 @@ int enlargement(std::vector<int> lineHeights, int width, int height, int largest
   };
   while (factor > 1 && !fits(factor)) --factor;
   return std::max(factor, 1);
+}
+
+bool turnGreyQuarter(const GreyImage& grey, int width, int height, bool clockwise, GreyImage& out) {
+  auto* data = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(width) * static_cast<size_t>(height)));
+  if (data == nullptr) return false;
+  // The turned page is `height` pixels wide. Clockwise, the source's last
+  // row becomes the first column; counter-clockwise, its first row becomes
+  // the first column, read from the bottom.
+  const size_t outWidth = static_cast<size_t>(height);
+  for (int y = 0; y < height; ++y) {
+    const uint8_t* src = grey.data + static_cast<size_t>(y) * width;
+    for (int x = 0; x < width; ++x) {
+      const size_t ox = clockwise ? static_cast<size_t>(height - 1 - y) : static_cast<size_t>(y);
+      const size_t oy = clockwise ? static_cast<size_t>(x) : static_cast<size_t>(width - 1 - x);
+      data[oy * outWidth + ox] = src[x];
+    }
+  }
+  std::free(out.data);
+  out.data = data;
+  return true;
 }
 
 bool enlargeGrey(const GreyImage& grey, int width, int height, int factor, GreyImage& out) {

@@ -21,6 +21,10 @@ namespace kvo::recognition {
 // one level has no ink and is not dark.
 bool hasDarkGround(const uint8_t* grey, int width, int height);
 
+// The grey level that best separates the page's ink from its ground
+// (Otsu's criterion): levels at or below it are one side, above it the other.
+int separatingLevel(const uint8_t* grey, int width, int height);
+
 // Turns every level v into 255 - v.
 void invertGrey(uint8_t* grey, size_t count);
 
@@ -38,6 +42,11 @@ constexpr int kReadableLineHeight = 28;
 constexpr int kMaxEnlargement = 4;
 // Pixels an enlarged page may have (one byte each, plus the recogniser's copies).
 constexpr int64_t kMaxEnlargedPixels = 40'000'000;
+
+// `grey` (width × height) turned a quarter clockwise (on the screen) or
+// counter-clockwise into `out`, which is height × width. False when the
+// memory cannot be had.
+bool turnGreyQuarter(const GreyImage& grey, int width, int height, bool clockwise, GreyImage& out);
 
 // `grey` (width × height) enlarged `factor` times by bilinear interpolation
 // between pixel centres, into `out`. False when the memory cannot be had.

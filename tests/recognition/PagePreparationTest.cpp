@@ -26,6 +26,13 @@ class PagePreparation : public ::testing::Test {
   }
   static bool dark(const std::vector<uint8_t>& p) { return hasDarkGround(p.data(), 100, 50); }
 
+  static std::vector<uint8_t> turned(const std::vector<uint8_t>& levels, int width, int height, bool clockwise) {
+    GreyImage in, out;
+    in.data = static_cast<uint8_t*>(std::malloc(levels.size()));
+    std::memcpy(in.data, levels.data(), levels.size());
+    EXPECT_TRUE(kvo::recognition::turnGreyQuarter(in, width, height, clockwise, out));
+    return std::vector<uint8_t>(out.data, out.data + levels.size());
+  }
   static std::vector<uint8_t> enlarged(const std::vector<uint8_t>& levels, int width, int height, int factor) {
     GreyImage in, out;
     in.data = static_cast<uint8_t*>(std::malloc(levels.size()));
@@ -53,6 +60,13 @@ TEST_F(PagePreparation, PageOfOneLevelHasNoDarkGround) {
   EXPECT_FALSE(dark(page(255, 255, 0)));
 }
 
+TEST_F(PagePreparation, SeparatingLevelLiesBetweenInkAndGround) {
+  const std::vector<uint8_t> faint = page(200, 150, 0.1);
+  const int level = kvo::recognition::separatingLevel(faint.data(), 100, 50);
+  EXPECT_GE(level, 150);
+  EXPECT_LT(level, 200);
+}
+
 TEST_F(PagePreparation, InvertingTurnsEachLevelAround) {
   std::vector<uint8_t> levels = {0, 1, 128, 254, 255};
   kvo::recognition::invertGrey(levels.data(), levels.size());
@@ -76,6 +90,15 @@ TEST_F(PagePreparation, EnlargementStaysWithinTheLargestSideAndThePixelBudget) {
   EXPECT_EQ(enlargement({10}, 5000, 5000, 32767), 1);   // 10000 × 10000 is over the budget
   EXPECT_EQ(enlargement({10}, 4000, 3000, 32767), 1);   // 8000 × 6000 is over it too
   EXPECT_EQ(enlargement({10}, 3000, 3000, 32767), 2);   // 6000 × 6000 is within it, 9000 × 9000 is not
+}
+
+TEST_F(PagePreparation, QuarterTurnsMovePixelsAsTheScreenTurns) {
+  // 3 × 2:  1 2 3      clockwise (2 × 3):  4 1     counter-clockwise:  3 6
+  //         4 5 6                          5 2                         2 5
+  //                                        6 3                         1 4
+  const std::vector<uint8_t> levels = {1, 2, 3, 4, 5, 6};
+  EXPECT_EQ(turned(levels, 3, 2, true), (std::vector<uint8_t>{4, 1, 5, 2, 6, 3}));
+  EXPECT_EQ(turned(levels, 3, 2, false), (std::vector<uint8_t>{3, 6, 2, 5, 1, 4}));
 }
 
 TEST_F(PagePreparation, EnlargingKeepsFlatAreasAndInterpolatesBetweenPixelCentres) {
