@@ -183,17 +183,13 @@ std::vector<ReadLine> readLines(tesseract::TessBaseAPI& api, const InkBits* ink,
 struct Layout {
   // Its text lines, in reading order.
   std::vector<Box> lines;
-  // Where the top of the text points, by the area of the lines that point
-  // each way: up (as it should), to the right (the page was turned a
-  // quarter clockwise) or to the left.
-  int64_t up = 0, right = 0, left = 0;
-  // The quarter turn that puts most of the text upright: +1 clockwise, -1
-  // counter-clockwise, 0 none.
-  int uprightingTurn() const {
-    if (right > up && right >= left) return -1;
-    if (left > up && left > right) return 1;
-    return 0;
-  }
+  // The area of the lines that run across the page, and of those that run
+  // from top to bottom. Tesseract takes lines of the second kind for
+  // vertical writing and reads them turned a quarter, whichever way the
+  // glyphs stand; it cannot tell a page turned clockwise from one turned
+  // the other way.
+  int64_t across = 0, down = 0;
+  bool mostlyDown() const { return down > across; }
 };
 
 // The layout analysis of `api`'s page.
@@ -211,14 +207,30 @@ Layout analyseLayout(tesseract::TessBaseAPI& api) {
     float deskew = 0;
     it->Orientation(&orientation, &direction, &order, &deskew);
     const int64_t area = static_cast<int64_t>(b.width()) * b.height();
-    if (orientation == tesseract::ORIENTATION_PAGE_RIGHT)
-      layout.right += area;
-    else if (orientation == tesseract::ORIENTATION_PAGE_LEFT)
-      layout.left += area;
-    else
-      layout.up += area;
+    (direction == tesseract::WRITING_DIRECTION_TOP_TO_BOTTOM ? layout.down : layout.across) += area;
   } while (it->Next(tesseract::RIL_TEXTLINE));
   return layout;
+}
+
+// How sure `api` is of its reading of `region` of the page turned a quarter
+// (clockwise or not), as its mean word confidence (0..100); -1 when it
+// cannot be read.
+int turnedReadingConfidence(tesseract::TessBaseAPI& api, const GreyImage& grey, int width, int height,
+                            const Box& wanted, bool clockwise) {
+  const std::optional<Box> region = recognition::clipToPage(wanted, width, height);
+  if (!region) return -1;
+  GreyImage crop, turned;
+  const int w = region->width(), h = region->height();
+  crop.data = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(w) * static_cast<size_t>(h)));
+  if (crop.data == nullptr) return -1;
+  for (int y = 0; y < h; ++y)
+    std::copy_n(grey.data + static_cast<size_t>(region->top + y) * width + region->left, w,
+                crop.data + static_cast<size_t>(y) * w);
+  if (!recognition::turnGreyQuarter(crop, w, h, clockwise, turned)) return -1;
+  api.SetImage(turned.data, h, w, 1, h);
+  const int confidence = api.Recognize(nullptr) == 0 ? api.MeanTextConf() : -1;
+  api.Clear();
+  return confidence;
 }
 
 // How thick each line is: its height, or its width when it stands upright.
@@ -319,6 +331,10 @@ struct TesseractEngine::State {
     if (!slot) slot = std::make_unique<ScriptForms>(code);
     return *slot;
   }
+  // Which quarter turn puts a page whose `lines` run down it upright:
+  // true clockwise, false counter-clockwise; nullopt when no line reads
+  // either way.
+  std::optional<bool> uprightTurn(const std::vector<Box>& lines, const GreyImage& grey, int width, int height);
   // Reads sample lines among the page's `lines` (its layout) with the plan's
   // two Chinese models (recognition/ScriptDecision).
   Script chooseScript(const std::vector<Box>& lines, const GreyImage& grey, int width, int height, int resolution);
@@ -390,6 +406,22 @@ tesseract::TessBaseAPI* TesseractEngine::State::reader(const std::string& wanted
   failed = true;
   dropReaders();
   return nullptr;
+}
+
+std::optional<bool> TesseractEngine::State::uprightTurn(const std::vector<Box>& lines, const GreyImage& grey,
+                                                      int width, int height) {
+  const auto longest = std::max_element(lines.begin(), lines.end(),
+                                        [](const Box& a, const Box& b) { return a.height() < b.height(); });
+  if (longest == lines.end() || longest->height() <= longest->width()) return std::nullopt;
+  tesseract::TessBaseAPI* api = reader(plan.layout, ReaderKind::sample);
+  if (api == nullptr) return std::nullopt;
+  // The line with its blank around it; turned, its height is the line's width.
+  const int pad = std::max(2, longest->width() / 4);
+  const Box region{longest->left - pad, longest->top - pad, longest->right + pad, longest->bottom + pad};
+  const int clockwise = turnedReadingConfidence(*api, grey, width, height, region, true);
+  const int counter = turnedReadingConfidence(*api, grey, width, height, region, false);
+  if (clockwise < 0 && counter < 0) return std::nullopt;
+  return clockwise >= counter;
 }
 
 Script TesseractEngine::State::chooseScript(const std::vector<Box>& layout, const GreyImage& grey, int width,
@@ -537,11 +569,19 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
     if (api == nullptr) return std::nullopt;
     load(*api);
     Layout layout = analyseLayout(*api);
-    // A page turned a quarter is read turned back: Tesseract finds its lines
-    // but reads them in the wrong order and samples none for the script.
-    if (const int quarter = layout.uprightingTurn();
-        quarter != 0 && recognition::turnGreyQuarter(*page, width, height, quarter > 0, upright)) {
-      turns.push_back(recognition::PageTurn{quarter * M_PI / 2, width, height, height, width});
+    // A page turned a quarter is read turned upright: Tesseract finds its
+    // lines running down the page and, taking them for vertical writing,
+    // has no way to tell which way the glyphs stand. The longest of them is
+    // read turned each way, and the more confident reading says which.
+    std::optional<bool> clockwise;
+    if (layout.mostlyDown())
+      clockwise = state.uprightTurn(layout.lines, *page, width, height);
+    if (state.failed) {
+      api = nullptr;
+      return std::nullopt;
+    }
+    if (clockwise && recognition::turnGreyQuarter(*page, width, height, *clockwise, upright)) {
+      turns.push_back(recognition::PageTurn{(*clockwise ? 1 : -1) * M_PI / 2, width, height, height, width});
       page = &upright;
       std::swap(width, height);
       api->Clear();
