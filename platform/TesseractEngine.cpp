@@ -7,7 +7,10 @@
 #include <tesseract/resultiterator.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
+#include <cstdlib>
+#include <iterator>
 #include <limits>
 #include <map>
 #include <new>
@@ -15,7 +18,9 @@
 
 #include "recognition/LatinRuns.h"
 #include "recognition/LineText.h"
+#include "recognition/PagePreparation.h"
 #include "recognition/PageRaster.h"
+#include "recognition/PageTurn.h"
 #include "recognition/ReadingPlan.h"
 #include "recognition/ScriptDecision.h"
 
@@ -174,6 +179,127 @@ std::vector<ReadLine> readLines(tesseract::TessBaseAPI& api, const InkBits* ink,
   return lines;
 }
 
+// What the layout analysis of a page finds.
+struct Layout {
+  // Its text lines, in reading order.
+  std::vector<Box> lines;
+  // The area of the lines that run across the page, and of those that run
+  // from top to bottom. Tesseract takes lines of the second kind for
+  // vertical writing and reads them turned a quarter, whichever way the
+  // glyphs stand; it cannot tell a page turned clockwise from one turned
+  // the other way.
+  int64_t across = 0, down = 0;
+  bool mostlyDown() const { return down > across; }
+};
+
+// The layout analysis of `api`'s page.
+Layout analyseLayout(tesseract::TessBaseAPI& api) {
+  Layout layout;
+  std::unique_ptr<tesseract::PageIterator> it(api.AnalyseLayout());
+  if (!it || it->Empty(tesseract::RIL_TEXTLINE)) return layout;
+  do {
+    Box b;
+    if (!it->BoundingBox(tesseract::RIL_TEXTLINE, &b.left, &b.top, &b.right, &b.bottom)) continue;
+    layout.lines.push_back(b);
+    tesseract::Orientation orientation = tesseract::ORIENTATION_PAGE_UP;
+    tesseract::WritingDirection direction = tesseract::WRITING_DIRECTION_LEFT_TO_RIGHT;
+    tesseract::TextlineOrder order = tesseract::TEXTLINE_ORDER_TOP_TO_BOTTOM;
+    float deskew = 0;
+    it->Orientation(&orientation, &direction, &order, &deskew);
+    const int64_t area = static_cast<int64_t>(b.width()) * b.height();
+    (direction == tesseract::WRITING_DIRECTION_TOP_TO_BOTTOM ? layout.down : layout.across) += area;
+  } while (it->Next(tesseract::RIL_TEXTLINE));
+  return layout;
+}
+
+// How sure `api` is of its reading of `region` of the page turned a quarter
+// (clockwise or not), as its mean word confidence (0..100); -1 when it
+// cannot be read.
+int turnedReadingConfidence(tesseract::TessBaseAPI& api, const GreyImage& grey, int width, int height,
+                            const Box& wanted, bool clockwise) {
+  const std::optional<Box> region = recognition::clipToPage(wanted, width, height);
+  if (!region) return -1;
+  GreyImage crop, turned;
+  const int w = region->width(), h = region->height();
+  crop.data = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(w) * static_cast<size_t>(h)));
+  if (crop.data == nullptr) return -1;
+  for (int y = 0; y < h; ++y)
+    std::copy_n(grey.data + static_cast<size_t>(region->top + y) * width + region->left, w,
+                crop.data + static_cast<size_t>(y) * w);
+  if (!recognition::turnGreyQuarter(crop, w, h, clockwise, turned)) return -1;
+  api.SetImage(turned.data, h, w, 1, h);
+  const int confidence = api.Recognize(nullptr) == 0 ? api.MeanTextConf() : -1;
+  api.Clear();
+  return confidence;
+}
+
+// How thick each line is: its height, or its width when it stands upright.
+std::vector<int> lineThicknesses(const std::vector<Box>& lines) {
+  std::vector<int> thicknesses;
+  thicknesses.reserve(lines.size());
+  for (const Box& b : lines) thicknesses.push_back(std::min(b.width(), b.height()));
+  return thicknesses;
+}
+
+// Crooked pages. Leptonica's skew finder measures the angle of the text
+// lines on the binarised page within ±7°; the page is turned straight when
+// it finds one with the confidence and of the size Leptonica's own deskewing
+// asks for (pixDeskew's minimum confidence and angle).
+constexpr float kLeastSkewConfidence = 3.0f;
+constexpr float kLeastSkewDegrees = 0.1f;
+
+// A Leptonica copy of a grey page; null when the memory cannot be had.
+Pix* greyPix(const GreyImage& grey, int width, int height) {
+  Pix* pix = pixCreate(width, height, 8);
+  if (pix == nullptr) return nullptr;
+  l_uint32* data = pixGetData(pix);
+  const int wpl = pixGetWpl(pix);
+  for (int y = 0; y < height; ++y) {
+    const uint8_t* src = grey.data + static_cast<size_t>(y) * width;
+    l_uint32* line = data + static_cast<size_t>(y) * wpl;
+    for (int x = 0; x < width; ++x) SET_DATA_BYTE(line, x, src[x]);
+  }
+  return pix;
+}
+
+// The page straightened when its text lines slope: `turned` holds the
+// straight page and the result says how it maps back. nullopt when the page
+// is straight, no slope is found with confidence, or memory runs out.
+std::optional<recognition::PageTurn> straighten(const GreyImage& grey, int width, int height, GreyImage& turned) {
+  Pix* pix = greyPix(grey, width, height);
+  if (pix == nullptr) return std::nullopt;
+  std::optional<recognition::PageTurn> turn;
+  Pix* binary = pixThresholdToBinary(pix, recognition::separatingLevel(grey.data, width, height) + 1);
+  l_float32 degrees = 0, confidence = 0;
+  if (binary != nullptr && pixFindSkew(binary, &degrees, &confidence) == 0 && confidence >= kLeastSkewConfidence &&
+      std::abs(degrees) >= kLeastSkewDegrees) {
+    // Clockwise is positive for both calls; given the page's own size,
+    // pixRotate enlarges the canvas (centred) so that no pixel is lost.
+    const double radians = static_cast<double>(degrees) * M_PI / 180.0;
+    Pix* rotated = pixRotate(pix, static_cast<l_float32>(radians), L_ROTATE_AREA_MAP, L_BRING_IN_WHITE, width, height);
+    if (rotated != nullptr && pixGetDepth(rotated) == 8 && pixGetWidth(rotated) <= kMaxSide &&
+        pixGetHeight(rotated) <= kMaxSide) {
+      const int tw = pixGetWidth(rotated), th = pixGetHeight(rotated);
+      auto* data = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(tw) * static_cast<size_t>(th)));
+      if (data != nullptr) {
+        const l_uint32* rows = pixGetData(rotated);
+        const int wpl = pixGetWpl(rotated);
+        for (int y = 0; y < th; ++y) {
+          const l_uint32* line = rows + static_cast<size_t>(y) * wpl;
+          for (int x = 0; x < tw; ++x) data[static_cast<size_t>(y) * tw + x] = static_cast<uint8_t>(GET_DATA_BYTE(line, x));
+        }
+        std::free(turned.data);
+        turned.data = data;
+        turn = recognition::PageTurn{radians, width, height, tw, th};
+      }
+    }
+    pixDestroy(&rotated);
+  }
+  pixDestroy(&binary);
+  pixDestroy(&pix);
+  return turn;
+}
+
 enum class ReaderKind { page, line, sample };
 
 }  // namespace
@@ -205,9 +331,13 @@ struct TesseractEngine::State {
     if (!slot) slot = std::make_unique<ScriptForms>(code);
     return *slot;
   }
-  // With `page` holding the page's layout, reads its sample lines with the
-  // plan's two Chinese models (recognition/ScriptDecision).
-  Script chooseScript(tesseract::TessBaseAPI& page, const GreyImage& grey, int width, int height);
+  // Which quarter turn puts a page whose `lines` run down it upright:
+  // true clockwise, false counter-clockwise; nullopt when no line reads
+  // either way.
+  std::optional<bool> uprightTurn(const std::vector<Box>& lines, const GreyImage& grey, int width, int height);
+  // Reads sample lines among the page's `lines` (its layout) with the plan's
+  // two Chinese models (recognition/ScriptDecision).
+  Script chooseScript(const std::vector<Box>& lines, const GreyImage& grey, int width, int height, int resolution);
   // The page's lines as `api` read them. With `latinLanguages`, the Latin
   // runs on them are read again with those models (recognition/LatinRuns).
   std::vector<TextObservation> collect(tesseract::TessBaseAPI& api, double width, double height,
@@ -278,24 +408,30 @@ tesseract::TessBaseAPI* TesseractEngine::State::reader(const std::string& wanted
   return nullptr;
 }
 
-Script TesseractEngine::State::chooseScript(tesseract::TessBaseAPI& page, const GreyImage& grey, int width,
-                                            int height) {
+std::optional<bool> TesseractEngine::State::uprightTurn(const std::vector<Box>& lines, const GreyImage& grey,
+                                                      int width, int height) {
+  const auto longest = std::max_element(lines.begin(), lines.end(),
+                                        [](const Box& a, const Box& b) { return a.height() < b.height(); });
+  if (longest == lines.end() || longest->height() <= longest->width()) return std::nullopt;
+  tesseract::TessBaseAPI* api = reader(plan.layout, ReaderKind::sample);
+  if (api == nullptr) return std::nullopt;
+  // The line with its blank around it; turned, its height is the line's width.
+  const int pad = std::max(2, longest->width() / 4);
+  const Box region{longest->left - pad, longest->top - pad, longest->right + pad, longest->bottom + pad};
+  const int clockwise = turnedReadingConfidence(*api, grey, width, height, region, true);
+  const int counter = turnedReadingConfidence(*api, grey, width, height, region, false);
+  if (clockwise < 0 && counter < 0) return std::nullopt;
+  return clockwise >= counter;
+}
+
+Script TesseractEngine::State::chooseScript(const std::vector<Box>& layout, const GreyImage& grey, int width,
+                                            int height, int resolution) {
   // Horizontal text lines, in reading order.
   std::vector<Box> lines;
-  {
-    std::unique_ptr<tesseract::PageIterator> it(page.AnalyseLayout());
-    if (!it || it->Empty(tesseract::RIL_TEXTLINE)) return Script::noHan;
-    do {
-      Box b;
-      if (it->BoundingBox(tesseract::RIL_TEXTLINE, &b.left, &b.top, &b.right, &b.bottom) &&
-          recognition::isSampleLine(b))
-        lines.push_back(b);
-    } while (it->Next(tesseract::RIL_TEXTLINE));
-  }
+  std::copy_if(layout.begin(), layout.end(), std::back_inserter(lines), recognition::isSampleLine);
   if (lines.empty()) return Script::noHan;
   const std::vector<Box> sample = recognition::spreadSample(lines);
 
-  const int resolution = page.GetSourceYResolution();
   auto readerFor = [&](const std::string& code) -> recognition::SampleReader {
     tesseract::TessBaseAPI* api = reader(code, ReaderKind::sample);
     if (api == nullptr) return nullptr;
@@ -395,16 +531,31 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
   State& state = *state_;
   if (!state.configure(request)) return std::nullopt;
 
-  const int width = static_cast<int>(image.width());
-  const int height = static_cast<int>(image.height());
+  int width = static_cast<int>(image.width());
+  int height = static_cast<int>(image.height());
   // Tesseract binarises and recognises a grey image; handing it one byte per
   // pixel keeps its internal copy a quarter of the size it makes of RGB.
   GreyImage grey;
   if (!recognition::toGrey(image, grey)) return std::nullopt;
-  const int ppi = recognition::roundedResolution(image.pixelsPerInch());
+  // Light text on a dark ground is read as dark text on a light one.
+  if (recognition::hasDarkGround(grey.data, width, height))
+    recognition::invertGrey(grey.data, static_cast<size_t>(width) * static_cast<size_t>(height));
+  int ppi = recognition::roundedResolution(image.pixelsPerInch());
+  // The page as read: `grey`, or a copy of it turned straight and/or
+  // enlarged for small text.
+  const GreyImage* page = &grey;
+  GreyImage turned, upright, enlarged;
+  // The turns made, in order; observations are mapped back through them in reverse.
+  std::vector<recognition::PageTurn> turns;
+  if (const auto turn = straighten(grey, width, height, turned)) {
+    turns.push_back(*turn);
+    page = &turned;
+    width = turn->turnedWidth;
+    height = turn->turnedHeight;
+  }
   // Tesseract copies the pixels into its own image.
   auto load = [&](tesseract::TessBaseAPI& api) {
-    api.SetImage(grey.data, width, height, 1, width);
+    api.SetImage(page->data, width, height, 1, width);
     if (ppi > 0) api.SetSourceResolution(ppi);
   };
 
@@ -417,8 +568,42 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
     api = state.reader(plan.layout, ReaderKind::page);
     if (api == nullptr) return std::nullopt;
     load(*api);
+    Layout layout = analyseLayout(*api);
+    // A page turned a quarter is read turned upright: Tesseract finds its
+    // lines running down the page and, taking them for vertical writing,
+    // has no way to tell which way the glyphs stand. The longest of them is
+    // read turned each way, and the more confident reading says which.
+    std::optional<bool> clockwise;
+    if (layout.mostlyDown())
+      clockwise = state.uprightTurn(layout.lines, *page, width, height);
+    if (state.failed) {
+      api = nullptr;
+      return std::nullopt;
+    }
+    if (clockwise && recognition::turnGreyQuarter(*page, width, height, *clockwise, upright)) {
+      turns.push_back(recognition::PageTurn{(*clockwise ? 1 : -1) * M_PI / 2, width, height, height, width});
+      page = &upright;
+      std::swap(width, height);
+      api->Clear();
+      load(*api);
+      layout = analyseLayout(*api);
+    }
+    std::vector<Box>& lines = layout.lines;
+    // Small text is read from a page enlarged so that its lines reach a
+    // readable height; the observations are normalised to the page read, so
+    // they stand for the same places on the page given.
+    const int factor = recognition::enlargement(lineThicknesses(lines), width, height, kMaxSide);
+    if (factor > 1 && recognition::enlargeGrey(*page, width, height, factor, enlarged)) {
+      page = &enlarged;
+      width *= factor;
+      height *= factor;
+      ppi *= factor;
+      api->Clear();
+      load(*api);
+      layout = analyseLayout(*api);
+    }
     if (plan.choosesScript()) {
-      const Script script = state.chooseScript(*api, grey, width, height);
+      const Script script = state.chooseScript(lines, *page, width, height, api->GetSourceYResolution());
       if (state.failed) {
         api = nullptr;  // released with the others
         return std::nullopt;
@@ -434,7 +619,7 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
         }
       }
     }
-    if (api->Recognize(nullptr) == 0) result = state.collect(*api, width, height, grey, latinLanguages);
+    if (api->Recognize(nullptr) == 0) result = state.collect(*api, width, height, *page, latinLanguages);
     if (state.failed) {
       // A model for the lines failed to load: the readers are gone.
       api = nullptr;
@@ -444,6 +629,9 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
     result.reset();
   }
   if (api != nullptr) api->Clear();
+  if (result)
+    for (auto turn = turns.rbegin(); turn != turns.rend(); ++turn)
+      for (TextObservation& o : *result) turn->mapBack(o);
   return result;
 }
 

@@ -1,0 +1,130 @@
+#include "recognition/PagePreparation.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+
+namespace kvo::recognition {
+
+namespace {
+
+using Histogram = std::array<uint64_t, 256>;
+
+Histogram histogram(const uint8_t* grey, int width, int height) {
+  Histogram h{};
+  const size_t count = static_cast<size_t>(width) * static_cast<size_t>(height);
+  for (size_t i = 0; i < count; ++i) ++h[grey[i]];
+  return h;
+}
+
+// The level t that maximises the variance between levels <= t and levels > t.
+int otsuLevel(const Histogram& h) {
+  uint64_t total = 0;
+  double sum = 0;
+  for (int v = 0; v < 256; ++v) {
+    total += h[v];
+    sum += static_cast<double>(v) * static_cast<double>(h[v]);
+  }
+  uint64_t below = 0;
+  double sumBelow = 0, best = -1;
+  int level = 0;
+  for (int t = 0; t < 255; ++t) {
+    below += h[t];
+    sumBelow += static_cast<double>(t) * static_cast<double>(h[t]);
+    if (below == 0 || below == total) continue;
+    const double above = static_cast<double>(total - below);
+    const double meanBelow = sumBelow / static_cast<double>(below);
+    const double meanAbove = (sum - sumBelow) / above;
+    const double between = static_cast<double>(below) * above * (meanBelow - meanAbove) * (meanBelow - meanAbove);
+    if (between > best) {
+      best = between;
+      level = t;
+    }
+  }
+  return level;
+}
+
+}  // namespace
+
+bool hasDarkGround(const uint8_t* grey, int width, int height) {
+  if (grey == nullptr || width <= 0 || height <= 0) return false;
+  const Histogram h = histogram(grey, width, height);
+  const int level = otsuLevel(h);
+  uint64_t dark = 0, light = 0;
+  for (int v = 0; v < 256; ++v) (v <= level ? dark : light) += h[v];
+  return light > 0 && dark > light;
+}
+
+int separatingLevel(const uint8_t* grey, int width, int height) {
+  if (grey == nullptr || width <= 0 || height <= 0) return 127;
+  return otsuLevel(histogram(grey, width, height));
+}
+
+void invertGrey(uint8_t* grey, size_t count) {
+  for (size_t i = 0; i < count; ++i) grey[i] = static_cast<uint8_t>(255 - grey[i]);
+}
+
+int enlargement(std::vector<int> lineHeights, int width, int height, int largestSide) {
+  lineHeights.erase(std::remove_if(lineHeights.begin(), lineHeights.end(), [](int h) { return h <= 0; }),
+                    lineHeights.end());
+  if (lineHeights.empty() || width <= 0 || height <= 0) return 1;
+  auto middle = lineHeights.begin() + static_cast<std::ptrdiff_t>(lineHeights.size() / 2);
+  std::nth_element(lineHeights.begin(), middle, lineHeights.end());
+  const int typical = *middle;
+  int factor = std::min(kMaxEnlargement, (kReadableLineHeight + typical - 1) / typical);
+  const auto fits = [&](int f) {
+    return static_cast<int64_t>(width) * f <= largestSide && static_cast<int64_t>(height) * f <= largestSide &&
+           static_cast<int64_t>(width) * f * static_cast<int64_t>(height) * f <= kMaxEnlargedPixels;
+  };
+  while (factor > 1 && !fits(factor)) --factor;
+  return std::max(factor, 1);
+}
+
+bool turnGreyQuarter(const GreyImage& grey, int width, int height, bool clockwise, GreyImage& out) {
+  auto* data = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(width) * static_cast<size_t>(height)));
+  if (data == nullptr) return false;
+  // The turned page is `height` pixels wide. Clockwise, the source's last
+  // row becomes the first column; counter-clockwise, its first row becomes
+  // the first column, read from the bottom.
+  const size_t outWidth = static_cast<size_t>(height);
+  for (int y = 0; y < height; ++y) {
+    const uint8_t* src = grey.data + static_cast<size_t>(y) * width;
+    for (int x = 0; x < width; ++x) {
+      const size_t ox = clockwise ? static_cast<size_t>(height - 1 - y) : static_cast<size_t>(y);
+      const size_t oy = clockwise ? static_cast<size_t>(x) : static_cast<size_t>(width - 1 - x);
+      data[oy * outWidth + ox] = src[x];
+    }
+  }
+  std::free(out.data);
+  out.data = data;
+  return true;
+}
+
+bool enlargeGrey(const GreyImage& grey, int width, int height, int factor, GreyImage& out) {
+  const size_t outWidth = static_cast<size_t>(width) * static_cast<size_t>(factor);
+  const size_t outHeight = static_cast<size_t>(height) * static_cast<size_t>(factor);
+  auto* data = static_cast<uint8_t*>(std::malloc(outWidth * outHeight));
+  if (data == nullptr) return false;
+  std::free(out.data);
+  out.data = data;
+  // Output pixel centre (x + 0.5) / factor - 0.5 in source pixels, in units
+  // of 1 / (2 factor) so that the weights stay integers.
+  const int den = 2 * factor;
+  for (size_t y = 0; y < outHeight; ++y) {
+    const int sy = std::clamp(static_cast<int>(2 * y + 1) - factor, 0, (height - 1) * den);
+    const int y0 = sy / den, wy = sy % den, y1 = std::min(y0 + 1, height - 1);
+    const uint8_t* r0 = grey.data + static_cast<size_t>(y0) * width;
+    const uint8_t* r1 = grey.data + static_cast<size_t>(y1) * width;
+    uint8_t* dst = data + y * outWidth;
+    for (size_t x = 0; x < outWidth; ++x) {
+      const int sx = std::clamp(static_cast<int>(2 * x + 1) - factor, 0, (width - 1) * den);
+      const int x0 = sx / den, wx = sx % den, x1 = std::min(x0 + 1, width - 1);
+      const int top = r0[x0] * (den - wx) + r0[x1] * wx;
+      const int bottom = r1[x0] * (den - wx) + r1[x1] * wx;
+      dst[x] = static_cast<uint8_t>((top * (den - wy) + bottom * wy + den * den / 2) / (den * den));
+    }
+  }
+  return true;
+}
+
+}  // namespace kvo::recognition

@@ -1,0 +1,110 @@
+#include "recognition/PagePreparation.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+using kvo::recognition::enlargement;
+using kvo::recognition::GreyImage;
+using kvo::recognition::hasDarkGround;
+using kvo::recognition::kMaxEnlargement;
+using kvo::recognition::kReadableLineHeight;
+
+class PagePreparation : public ::testing::Test {
+ protected:
+  // A page of `ground` with `inkShare` of its pixels (the first ones) at `ink`.
+  static std::vector<uint8_t> page(uint8_t ground, uint8_t ink, double inkShare, int width = 100, int height = 50) {
+    std::vector<uint8_t> pixels(static_cast<size_t>(width) * height, ground);
+    const auto inked = static_cast<size_t>(inkShare * static_cast<double>(pixels.size()));
+    for (size_t i = 0; i < inked; ++i) pixels[i] = ink;
+    return pixels;
+  }
+  static bool dark(const std::vector<uint8_t>& p) { return hasDarkGround(p.data(), 100, 50); }
+
+  static std::vector<uint8_t> turned(const std::vector<uint8_t>& levels, int width, int height, bool clockwise) {
+    GreyImage in, out;
+    in.data = static_cast<uint8_t*>(std::malloc(levels.size()));
+    std::memcpy(in.data, levels.data(), levels.size());
+    EXPECT_TRUE(kvo::recognition::turnGreyQuarter(in, width, height, clockwise, out));
+    return std::vector<uint8_t>(out.data, out.data + levels.size());
+  }
+  static std::vector<uint8_t> enlarged(const std::vector<uint8_t>& levels, int width, int height, int factor) {
+    GreyImage in, out;
+    in.data = static_cast<uint8_t*>(std::malloc(levels.size()));
+    std::memcpy(in.data, levels.data(), levels.size());
+    EXPECT_TRUE(kvo::recognition::enlargeGrey(in, width, height, factor, out));
+    return std::vector<uint8_t>(out.data, out.data + static_cast<size_t>(width * factor) * (height * factor));
+  }
+};
+
+TEST_F(PagePreparation, DarkTextOnALightGroundIsNotInverted) {
+  EXPECT_FALSE(dark(page(250, 20, 0.1)));
+  // A dim photograph of paper: grey ground, darker ink.
+  EXPECT_FALSE(dark(page(110, 30, 0.2)));
+  // Dense bold text still covers less than the ground.
+  EXPECT_FALSE(dark(page(255, 0, 0.45)));
+}
+
+TEST_F(PagePreparation, LightTextOnADarkGroundIsInverted) {
+  EXPECT_TRUE(dark(page(30, 220, 0.1)));
+  EXPECT_TRUE(dark(page(60, 140, 0.3)));
+}
+
+TEST_F(PagePreparation, PageOfOneLevelHasNoDarkGround) {
+  EXPECT_FALSE(dark(page(0, 0, 0)));
+  EXPECT_FALSE(dark(page(255, 255, 0)));
+}
+
+TEST_F(PagePreparation, SeparatingLevelLiesBetweenInkAndGround) {
+  const std::vector<uint8_t> faint = page(200, 150, 0.1);
+  const int level = kvo::recognition::separatingLevel(faint.data(), 100, 50);
+  EXPECT_GE(level, 150);
+  EXPECT_LT(level, 200);
+}
+
+TEST_F(PagePreparation, InvertingTurnsEachLevelAround) {
+  std::vector<uint8_t> levels = {0, 1, 128, 254, 255};
+  kvo::recognition::invertGrey(levels.data(), levels.size());
+  EXPECT_EQ(levels, (std::vector<uint8_t>{255, 254, 127, 1, 0}));
+}
+
+TEST_F(PagePreparation, LinesAsTallAsTheReadableHeightAreNotEnlarged) {
+  EXPECT_EQ(enlargement({kReadableLineHeight, kReadableLineHeight + 10, 40}, 2000, 2000, 32767), 1);
+  EXPECT_EQ(enlargement({}, 2000, 2000, 32767), 1);
+}
+
+TEST_F(PagePreparation, SmallTextIsEnlargedToTheReadableHeightByTheMedianLine) {
+  // Median 12: ceil(28 / 12) = 3; a stray tall line or a tiny speck does not move it.
+  EXPECT_EQ(enlargement({12, 12, 12, 90, 2}, 1000, 800, 32767), 3);
+  EXPECT_EQ(enlargement({kReadableLineHeight - 1}, 1000, 800, 32767), 2);
+  EXPECT_EQ(enlargement({3, 3, 3}, 100, 100, 32767), kMaxEnlargement);
+}
+
+TEST_F(PagePreparation, EnlargementStaysWithinTheLargestSideAndThePixelBudget) {
+  EXPECT_EQ(enlargement({10}, 10000, 100, 32767), 3);   // 30000 fits, 40000 does not
+  EXPECT_EQ(enlargement({10}, 5000, 5000, 32767), 1);   // 10000 × 10000 is over the budget
+  EXPECT_EQ(enlargement({10}, 4000, 3000, 32767), 1);   // 8000 × 6000 is over it too
+  EXPECT_EQ(enlargement({10}, 3000, 3000, 32767), 2);   // 6000 × 6000 is within it, 9000 × 9000 is not
+}
+
+TEST_F(PagePreparation, QuarterTurnsMovePixelsAsTheScreenTurns) {
+  // 3 × 2:  1 2 3      clockwise (2 × 3):  4 1     counter-clockwise:  3 6
+  //         4 5 6                          5 2                         2 5
+  //                                        6 3                         1 4
+  const std::vector<uint8_t> levels = {1, 2, 3, 4, 5, 6};
+  EXPECT_EQ(turned(levels, 3, 2, true), (std::vector<uint8_t>{4, 1, 5, 2, 6, 3}));
+  EXPECT_EQ(turned(levels, 3, 2, false), (std::vector<uint8_t>{3, 6, 2, 5, 1, 4}));
+}
+
+TEST_F(PagePreparation, EnlargingKeepsFlatAreasAndInterpolatesBetweenPixelCentres) {
+  // Two pixels, 0 and 200, enlarged twice: centres at 0.25 and 0.75 of each pixel.
+  EXPECT_EQ(enlarged({0, 200}, 2, 1, 2), (std::vector<uint8_t>{0, 50, 150, 200, 0, 50, 150, 200}));
+  EXPECT_EQ(enlarged({77}, 1, 1, 3), std::vector<uint8_t>(9, 77));
+}
+
+}  // namespace
