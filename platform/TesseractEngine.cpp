@@ -16,6 +16,7 @@
 #include <new>
 #include <utility>
 
+#include "platform/TesseractReading.h"
 #include "recognition/LatinRuns.h"
 #include "recognition/LineText.h"
 #include "recognition/PagePreparation.h"
@@ -34,11 +35,12 @@ using recognition::ReadingPlan;
 using recognition::ReadLine;
 using recognition::Script;
 using recognition::ScriptForms;
+using tesseract_reading::InkMap;
+using tesseract_reading::kMaxSide;
+using tesseract_reading::Layout;
 
 namespace {
 
-// Largest side Tesseract's layout analysis accepts.
-constexpr int64_t kMaxSide = std::numeric_limits<int16_t>::max();
 
 // ---------------------------------------------------------------------------
 // Silence. Tesseract writes its diagnostics with tprintf to the global
@@ -86,219 +88,6 @@ class SingleThreadRegions {
   bool enabled_;
   int saved_ = 0;
 };
-
-// ---------------------------------------------------------------------------
-// Tesseract's binarised page (1 = ink), on which the blanks between words
-// are measured.
-class InkMap {
- public:
-  // Takes over `binary`; uses it only when it has the page's size.
-  InkMap(Pix* binary, int width, int height) : pix_(binary) {
-    if (pix_ != nullptr && pixGetDepth(pix_) == 1 && static_cast<int>(pixGetWidth(pix_)) == width &&
-        static_cast<int>(pixGetHeight(pix_)) == height)
-      bits_ = InkBits{pixGetData(pix_), static_cast<int>(pixGetWpl(pix_)), width, height};
-  }
-  ~InkMap() { pixDestroy(&pix_); }
-  InkMap(const InkMap&) = delete;
-  InkMap& operator=(const InkMap&) = delete;
-  // Null when the page image is not available.
-  const InkBits* bits() const { return bits_.words != nullptr ? &bits_ : nullptr; }
-
- private:
-  Pix* pix_;
-  InkBits bits_;
-};
-
-// Recognises the part of the page inside `region`, clipped to the page, on
-// its own with `api`. Returns false when none of it is on the page or
-// recognition fails; the caller reads the result and then clears `api`.
-bool recognizeRegion(tesseract::TessBaseAPI& api, const GreyImage& grey, int width, int height, const Box& wanted,
-                     int resolution) {
-  const std::optional<Box> region = recognition::clipToPage(wanted, width, height);
-  if (!region) return false;
-  api.SetImage(grey.data + static_cast<size_t>(region->top) * width + region->left, region->width(),
-               region->height(), 1, width);
-  if (resolution > 0) api.SetSourceResolution(resolution);
-  return api.Recognize(nullptr) == 0;
-}
-
-// The Han characters of what `api` recognised last.
-HanReading hanReading(tesseract::TessBaseAPI& api, const ScriptForms& forms) {
-  HanReading reading;
-  std::unique_ptr<tesseract::ResultIterator> it(api.GetIterator());
-  if (!it || it->Empty(tesseract::RIL_SYMBOL)) return reading;
-  do {
-    std::unique_ptr<char[]> text(it->GetUTF8Text(tesseract::RIL_SYMBOL));
-    if (text != nullptr) reading.addSymbol(text.get(), it->Confidence(tesseract::RIL_SYMBOL), forms);
-  } while (it->Next(tesseract::RIL_SYMBOL));
-  return reading;
-}
-
-// The lines of a recognition, boxes moved by (dx, dy) into page
-// coordinates, blanks between words measured on `ink` (the page's).
-std::vector<ReadLine> readLines(tesseract::TessBaseAPI& api, const InkBits* ink, int dx = 0, int dy = 0) {
-  std::vector<ReadLine> lines;
-  std::unique_ptr<tesseract::ResultIterator> it(api.GetIterator());
-  if (!it || it->Empty(tesseract::RIL_TEXTLINE)) return lines;
-  auto shift = [&](Box& b) {
-    b.left += dx;
-    b.right += dx;
-    b.top += dy;
-    b.bottom += dy;
-  };
-  Box previousWord;
-  do {
-    if (lines.empty() || it->IsAtBeginningOf(tesseract::RIL_TEXTLINE)) {
-      ReadLine line;
-      line.placed =
-          it->BoundingBox(tesseract::RIL_TEXTLINE, &line.box.left, &line.box.top, &line.box.right, &line.box.bottom);
-      line.confidence = it->Confidence(tesseract::RIL_TEXTLINE);
-      int x1 = 0, y1 = 0, x2 = 0, y2 = 0;
-      if (it->Baseline(tesseract::RIL_TEXTLINE, &x1, &y1, &x2, &y2))
-        line.drop = recognition::baselineDrop(x1, y1, x2, y2, line.box);
-      shift(line.box);
-      lines.push_back(std::move(line));
-    }
-    ReadLine& line = lines.back();
-    Box box;
-    std::unique_ptr<char[]> text(it->GetUTF8Text(tesseract::RIL_WORD));
-    if (text == nullptr || !it->BoundingBox(tesseract::RIL_WORD, &box.left, &box.top, &box.right, &box.bottom))
-      continue;
-    shift(box);
-    recognition::Word word;
-    // A word holds no white space; drop any that slips in.
-    for (const char* p = text.get(); *p != '\0'; ++p)
-      if (*p != ' ' && *p != '\n' && *p != '\t' && *p != '\r') word.text += *p;
-    if (word.text.empty()) continue;
-    if (!line.words.empty()) word.gapBefore = recognition::blankBetween(ink, line.box, previousWord, box);
-    line.words.push_back(std::move(word));
-    line.boxes.push_back(box);
-    line.confidences.push_back(it->Confidence(tesseract::RIL_WORD));
-    previousWord = box;
-  } while (it->Next(tesseract::RIL_WORD));
-  return lines;
-}
-
-// What the layout analysis of a page finds.
-struct Layout {
-  // Its text lines, in reading order.
-  std::vector<Box> lines;
-  // The area of the lines that run across the page, and of those that run
-  // from top to bottom. Tesseract takes lines of the second kind for
-  // vertical writing and reads them turned a quarter, whichever way the
-  // glyphs stand; it cannot tell a page turned clockwise from one turned
-  // the other way.
-  int64_t across = 0, down = 0;
-  bool mostlyDown() const { return down > across; }
-};
-
-// The layout analysis of `api`'s page.
-Layout analyseLayout(tesseract::TessBaseAPI& api) {
-  Layout layout;
-  std::unique_ptr<tesseract::PageIterator> it(api.AnalyseLayout());
-  if (!it || it->Empty(tesseract::RIL_TEXTLINE)) return layout;
-  do {
-    Box b;
-    if (!it->BoundingBox(tesseract::RIL_TEXTLINE, &b.left, &b.top, &b.right, &b.bottom)) continue;
-    layout.lines.push_back(b);
-    tesseract::Orientation orientation = tesseract::ORIENTATION_PAGE_UP;
-    tesseract::WritingDirection direction = tesseract::WRITING_DIRECTION_LEFT_TO_RIGHT;
-    tesseract::TextlineOrder order = tesseract::TEXTLINE_ORDER_TOP_TO_BOTTOM;
-    float deskew = 0;
-    it->Orientation(&orientation, &direction, &order, &deskew);
-    const int64_t area = static_cast<int64_t>(b.width()) * b.height();
-    (direction == tesseract::WRITING_DIRECTION_TOP_TO_BOTTOM ? layout.down : layout.across) += area;
-  } while (it->Next(tesseract::RIL_TEXTLINE));
-  return layout;
-}
-
-// How sure `api` is of its reading of `region` of the page turned a quarter
-// (clockwise or not), as its mean word confidence (0..100); -1 when it
-// cannot be read.
-int turnedReadingConfidence(tesseract::TessBaseAPI& api, const GreyImage& grey, int width, int height,
-                            const Box& wanted, bool clockwise) {
-  const std::optional<Box> region = recognition::clipToPage(wanted, width, height);
-  if (!region) return -1;
-  GreyImage crop, turned;
-  const int w = region->width(), h = region->height();
-  crop.data = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(w) * static_cast<size_t>(h)));
-  if (crop.data == nullptr) return -1;
-  for (int y = 0; y < h; ++y)
-    std::copy_n(grey.data + static_cast<size_t>(region->top + y) * width + region->left, w,
-                crop.data + static_cast<size_t>(y) * w);
-  if (!recognition::turnGreyQuarter(crop, w, h, clockwise, turned)) return -1;
-  api.SetImage(turned.data, h, w, 1, h);
-  const int confidence = api.Recognize(nullptr) == 0 ? api.MeanTextConf() : -1;
-  api.Clear();
-  return confidence;
-}
-
-// How thick each line is: its height, or its width when it stands upright.
-std::vector<int> lineThicknesses(const std::vector<Box>& lines) {
-  std::vector<int> thicknesses;
-  thicknesses.reserve(lines.size());
-  for (const Box& b : lines) thicknesses.push_back(std::min(b.width(), b.height()));
-  return thicknesses;
-}
-
-// Crooked pages. Leptonica's skew finder measures the angle of the text
-// lines on the binarised page within ±7°; the page is turned straight when
-// it finds one with the confidence and of the size Leptonica's own deskewing
-// asks for (pixDeskew's minimum confidence and angle).
-constexpr float kLeastSkewConfidence = 3.0f;
-constexpr float kLeastSkewDegrees = 0.1f;
-
-// A Leptonica copy of a grey page; null when the memory cannot be had.
-Pix* greyPix(const GreyImage& grey, int width, int height) {
-  Pix* pix = pixCreate(width, height, 8);
-  if (pix == nullptr) return nullptr;
-  l_uint32* data = pixGetData(pix);
-  const int wpl = pixGetWpl(pix);
-  for (int y = 0; y < height; ++y) {
-    const uint8_t* src = grey.data + static_cast<size_t>(y) * width;
-    l_uint32* line = data + static_cast<size_t>(y) * wpl;
-    for (int x = 0; x < width; ++x) SET_DATA_BYTE(line, x, src[x]);
-  }
-  return pix;
-}
-
-// The page straightened when its text lines slope: `turned` holds the
-// straight page and the result says how it maps back. nullopt when the page
-// is straight, no slope is found with confidence, or memory runs out.
-std::optional<recognition::PageTurn> straighten(const GreyImage& grey, int width, int height, GreyImage& turned) {
-  Pix* pix = greyPix(grey, width, height);
-  if (pix == nullptr) return std::nullopt;
-  std::optional<recognition::PageTurn> turn;
-  Pix* binary = pixThresholdToBinary(pix, recognition::separatingLevel(grey.data, width, height) + 1);
-  l_float32 degrees = 0, confidence = 0;
-  if (binary != nullptr && pixFindSkew(binary, &degrees, &confidence) == 0 && confidence >= kLeastSkewConfidence &&
-      std::abs(degrees) >= kLeastSkewDegrees) {
-    // Clockwise is positive for both calls; given the page's own size,
-    // pixRotate enlarges the canvas (centred) so that no pixel is lost.
-    const double radians = static_cast<double>(degrees) * M_PI / 180.0;
-    Pix* rotated = pixRotate(pix, static_cast<l_float32>(radians), L_ROTATE_AREA_MAP, L_BRING_IN_WHITE, width, height);
-    if (rotated != nullptr && pixGetDepth(rotated) == 8 && pixGetWidth(rotated) <= kMaxSide &&
-        pixGetHeight(rotated) <= kMaxSide) {
-      const int tw = pixGetWidth(rotated), th = pixGetHeight(rotated);
-      auto* data = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(tw) * static_cast<size_t>(th)));
-      if (data != nullptr) {
-        const l_uint32* rows = pixGetData(rotated);
-        const int wpl = pixGetWpl(rotated);
-        for (int y = 0; y < th; ++y) {
-          const l_uint32* line = rows + static_cast<size_t>(y) * wpl;
-          for (int x = 0; x < tw; ++x) data[static_cast<size_t>(y) * tw + x] = static_cast<uint8_t>(GET_DATA_BYTE(line, x));
-        }
-        std::free(turned.data);
-        turned.data = data;
-        turn = recognition::PageTurn{radians, width, height, tw, th};
-      }
-    }
-    pixDestroy(&rotated);
-  }
-  pixDestroy(&binary);
-  pixDestroy(&pix);
-  return turn;
-}
 
 enum class ReaderKind { page, line, sample };
 
@@ -418,8 +207,8 @@ std::optional<bool> TesseractEngine::State::uprightTurn(const std::vector<Box>& 
   // The line with its blank around it; turned, its height is the line's width.
   const int pad = std::max(2, longest->width() / 4);
   const Box region{longest->left - pad, longest->top - pad, longest->right + pad, longest->bottom + pad};
-  const int clockwise = turnedReadingConfidence(*api, grey, width, height, region, true);
-  const int counter = turnedReadingConfidence(*api, grey, width, height, region, false);
+  const int clockwise = tesseract_reading::turnedReadingConfidence(*api, grey, width, height, region, true);
+  const int counter = tesseract_reading::turnedReadingConfidence(*api, grey, width, height, region, false);
   if (clockwise < 0 && counter < 0) return std::nullopt;
   return clockwise >= counter;
 }
@@ -438,8 +227,9 @@ Script TesseractEngine::State::chooseScript(const std::vector<Box>& layout, cons
     const ScriptForms& codeForms = forms(code);
     return [&grey, width, height, resolution, api, &codeForms](const Box& b, int widest) {
       HanReading reading;
-      if (recognizeRegion(*api, grey, width, height, recognition::sampleRegion(b, width, widest), resolution))
-        reading = hanReading(*api, codeForms);
+      const Box region = recognition::sampleRegion(b, width, widest);
+      if (tesseract_reading::recognizeRegion(*api, grey, width, height, region, resolution))
+        reading = tesseract_reading::hanReading(*api, codeForms);
       api->Clear();
       return reading;
     };
@@ -466,8 +256,8 @@ bool TesseractEngine::State::rereadLatinRuns(ReadLine& line, const std::string& 
     const std::optional<Box> region = recognition::runRegion(line, *run, width, height);
     if (!region) continue;
     recognition::ReadLine again;
-    if (recognizeRegion(*api, grey, width, height, *region, resolution))
-      again = recognition::joinParts(readLines(*api, ink, region->left, region->top), line.box, ink);
+    if (tesseract_reading::recognizeRegion(*api, grey, width, height, *region, resolution))
+      again = recognition::joinParts(tesseract_reading::readLines(*api, ink, region->left, region->top), line.box, ink);
     api->Clear();
     if (recognition::replaceRun(line, *run, std::move(again), ink)) changed = true;
   }
@@ -482,7 +272,7 @@ std::vector<TextObservation> TesseractEngine::State::collect(tesseract::TessBase
   std::vector<TextObservation> observations;
   const int w = static_cast<int>(width), h = static_cast<int>(height);
   const InkMap ink(api.GetThresholdedImage(), w, h);
-  std::vector<ReadLine> lines = readLines(api, ink.bits());
+  std::vector<ReadLine> lines = tesseract_reading::readLines(api, ink.bits());
   if (!latinLanguages.empty()) {
     const int resolution = api.GetSourceYResolution();
     for (ReadLine& line : lines)
@@ -547,7 +337,7 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
   GreyImage turned, upright, enlarged;
   // The turns made, in order; observations are mapped back through them in reverse.
   std::vector<recognition::PageTurn> turns;
-  if (const auto turn = straighten(grey, width, height, turned)) {
+  if (const auto turn = tesseract_reading::straighten(grey, width, height, turned)) {
     turns.push_back(*turn);
     page = &turned;
     width = turn->turnedWidth;
@@ -568,7 +358,7 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
     api = state.reader(plan.layout, ReaderKind::page);
     if (api == nullptr) return std::nullopt;
     load(*api);
-    Layout layout = analyseLayout(*api);
+    Layout layout = tesseract_reading::analyseLayout(*api);
     // A page turned a quarter is read turned upright: Tesseract finds its
     // lines running down the page and, taking them for vertical writing,
     // has no way to tell which way the glyphs stand. The longest of them is
@@ -586,13 +376,13 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
       std::swap(width, height);
       api->Clear();
       load(*api);
-      layout = analyseLayout(*api);
+      layout = tesseract_reading::analyseLayout(*api);
     }
     std::vector<Box>& lines = layout.lines;
     // Small text is read from a page enlarged so that its lines reach a
     // readable height; the observations are normalised to the page read, so
     // they stand for the same places on the page given.
-    const int factor = recognition::enlargement(lineThicknesses(lines), width, height, kMaxSide);
+    const int factor = recognition::enlargement(tesseract_reading::lineThicknesses(lines), width, height, kMaxSide);
     if (factor > 1 && recognition::enlargeGrey(*page, width, height, factor, enlarged)) {
       page = &enlarged;
       width *= factor;
@@ -600,7 +390,7 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
       ppi *= factor;
       api->Clear();
       load(*api);
-      layout = analyseLayout(*api);
+      layout = tesseract_reading::analyseLayout(*api);
     }
     if (plan.choosesScript()) {
       const Script script = state.chooseScript(lines, *page, width, height, api->GetSourceYResolution());

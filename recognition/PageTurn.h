@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/TextRecognitionEngine.h"
+#include "interfaces/TextRecognitionEngine.h"
 
 namespace kvo::recognition {
 

@@ -25,11 +25,6 @@ constexpr int kHanFreeLinesToGiveUp = 3;
 // Until Han turns up, only the start of a line is read, this many times its
 // height wide (a dozen Chinese characters): a page without Han costs little.
 constexpr int kProbeWidthInHeights = 12;
-// The second model wins when its doubt is at most 1/kDoubtRatio of the
-// first's (wrong/right doubt was at least 1.5 on the benchmark's Chinese pages but one).
-constexpr double kDoubtRatio = 1.5;
-// ... and lower by at least this much (both near certainty: no decision on noise).
-constexpr double kDoubtMargin = 0.3;
 // Own-form characters both readings need for the doubt to be measured on them alone.
 constexpr int kEnoughOwnForms = 8;
 // A sampleable line: at least this tall, and this many times as wide as tall.
@@ -105,8 +100,10 @@ Script decideScript(const HanReading& first, const HanReading& second) {
   const bool ownForms = first.ownForms.count >= kEnoughOwnForms && second.ownForms.count >= kEnoughOwnForms;
   const double firstDoubt = ownForms ? first.ownForms.doubt() : first.han.doubt();
   const double secondDoubt = ownForms ? second.ownForms.doubt() : second.han.doubt();
-  return secondDoubt * kDoubtRatio < firstDoubt && firstDoubt - secondDoubt > kDoubtMargin ? Script::second
-                                                                                       : Script::first;
+  // The model with less doubt wins, with no margin: any margin favours one
+  // script over the other, and a page judged in the wrong script is
+  // rewritten into it. Only a tie goes to the first model requested.
+  return secondDoubt < firstDoubt ? Script::second : Script::first;
 }
 
 }  // namespace kvo::recognition

@@ -40,9 +40,10 @@ TEST_F(PageTurnTest, CanvasHoldsTheWholeTurnedPage) {
   const PageTurn quarter = PageTurn::of(200, 100, kQuarter);
   EXPECT_EQ(quarter.turnedWidth, 100);
   EXPECT_EQ(quarter.turnedHeight, 200);
-  const PageTurn slight = PageTurn::of(1000, 500, 3 * M_PI / 180);
-  EXPECT_EQ(slight.turnedWidth, static_cast<int>(std::ceil(1000 * std::cos(3 * M_PI / 180) + 500 * std::sin(3 * M_PI / 180))));
-  EXPECT_EQ(slight.turnedHeight, static_cast<int>(std::ceil(1000 * std::sin(3 * M_PI / 180) + 500 * std::cos(3 * M_PI / 180))));
+  const double angle = 3 * M_PI / 180, c = std::cos(angle), s = std::sin(angle);
+  const PageTurn slight = PageTurn::of(1000, 500, angle);
+  EXPECT_EQ(slight.turnedWidth, static_cast<int>(std::ceil(1000 * c + 500 * s)));
+  EXPECT_EQ(slight.turnedHeight, static_cast<int>(std::ceil(1000 * s + 500 * c)));
 }
 
 TEST_F(PageTurnTest, CentresCorrespond) {
