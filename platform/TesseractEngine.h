@@ -24,6 +24,12 @@ namespace kvo {
 // recognition/ (ReadingPlan, ScriptDecision, LatinRuns, LineText), this
 // adapter only drives Tesseract and Leptonica with them.
 //
+// The page is prepared before it is read (README, "Page preparation"):
+// light text on a dark ground is inverted, a crooked page turned straight,
+// a page whose lines run down it turned a quarter, small text enlarged.
+// Observations are always in the geometry of the bitmap given: lines read
+// on a turned page come back as turned quadrilaterals.
+//
 // Every requested model file must be present, or the engine fails at once.
 // The models themselves are loaded when a page first needs them (an English
 // page never loads chi_tra), each combination at most once, and kept; a later
