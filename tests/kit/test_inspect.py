@@ -17,8 +17,8 @@ HELPER = os.path.abspath(os.environ.get("KVO_HELPER", "build/kem-vision-ocr"))
 TOOL = os.path.join(SOURCE, "tools", "kvo-inspect")
 
 loader = importlib.machinery.SourceFileLoader("kvo_inspect", TOOL)
-spec = importlib.util.spec_from_loader("kvo_inspect", loader)
-kvo_inspect = importlib.util.module_from_spec(spec)
+module_description = importlib.util.spec_from_loader("kvo_inspect", loader)
+kvo_inspect = importlib.util.module_from_spec(module_description)
 loader.exec_module(kvo_inspect)
 
 
