@@ -328,8 +328,8 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
   GreyImage grey;
   if (!recognition::toGrey(image, grey)) return std::nullopt;
   // Light text on a dark ground is read as dark text on a light one.
-  if (recognition::hasDarkGround(grey.data, width, height))
-    recognition::invertGrey(grey.data, static_cast<size_t>(width) * static_cast<size_t>(height));
+  const recognition::GroundSplit split = recognition::splitGround(grey.data, width, height);
+  if (split.darkGround) recognition::invertGrey(grey.data, static_cast<size_t>(width) * static_cast<size_t>(height));
   int ppi = recognition::roundedResolution(image.pixelsPerInch());
   // The page as read: `grey`, or a copy of it turned straight and/or
   // enlarged for small text.
@@ -337,7 +337,7 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
   GreyImage turned, upright, enlarged;
   // The turns made, in order; observations are mapped back through them in reverse.
   std::vector<recognition::PageTurn> turns;
-  if (const auto turn = tesseract_reading::straighten(grey, width, height, turned)) {
+  if (const auto turn = tesseract_reading::straighten(grey, width, height, split.level, turned)) {
     turns.push_back(*turn);
     page = &turned;
     width = turn->turnedWidth;

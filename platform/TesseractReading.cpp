@@ -155,11 +155,12 @@ Pix* greyPix(const GreyImage& grey, int width, int height) {
 // The page straightened when its text lines slope: `turned` holds the
 // straight page and the result says how it maps back. nullopt when the page
 // is straight, no slope is found with confidence, or memory runs out.
-std::optional<recognition::PageTurn> straighten(const GreyImage& grey, int width, int height, GreyImage& turned) {
+std::optional<recognition::PageTurn> straighten(const GreyImage& grey, int width, int height, int inkLevel,
+                                                GreyImage& turned) {
   Pix* pix = greyPix(grey, width, height);
   if (pix == nullptr) return std::nullopt;
   std::optional<recognition::PageTurn> turn;
-  Pix* binary = pixThresholdToBinary(pix, recognition::separatingLevel(grey.data, width, height) + 1);
+  Pix* binary = pixThresholdToBinary(pix, inkLevel + 1);
   l_float32 degrees = 0, confidence = 0;
   if (binary != nullptr && pixFindSkew(binary, &degrees, &confidence) == 0 && confidence >= kLeastSkewConfidence &&
       std::abs(degrees) >= kLeastSkewDegrees) {

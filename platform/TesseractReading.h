@@ -90,9 +90,11 @@ std::vector<int> lineThicknesses(const std::vector<Box>& lines);
 // A Leptonica copy of a grey page; null when the memory cannot be had.
 Pix* greyPix(const GreyImage& grey, int width, int height);
 
-// The page straightened when its text lines slope: `turned` holds the
+// The page straightened when its text lines slope, found on the page
+// binarised with ink at levels up to `inkLevel`: `turned` holds the
 // straight page and the result says how it maps back. nullopt when the page
 // is straight, no slope is found with confidence, or memory runs out.
-std::optional<recognition::PageTurn> straighten(const GreyImage& grey, int width, int height, GreyImage& turned);
+std::optional<recognition::PageTurn> straighten(const GreyImage& grey, int width, int height, int inkLevel,
+                                                GreyImage& turned);
 
 }  // namespace kvo::tesseract_reading

@@ -46,13 +46,24 @@ int otsuLevel(const Histogram& h) {
 
 }  // namespace
 
-bool hasDarkGround(const uint8_t* grey, int width, int height) {
-  if (grey == nullptr || width <= 0 || height <= 0) return false;
+GroundSplit splitGround(const uint8_t* grey, int width, int height) {
+  GroundSplit split;
+  if (grey == nullptr || width <= 0 || height <= 0) return split;
   const Histogram h = histogram(grey, width, height);
-  const int level = otsuLevel(h);
+  split.level = otsuLevel(h);
   uint64_t dark = 0, light = 0;
-  for (int v = 0; v < 256; ++v) (v <= level ? dark : light) += h[v];
-  return light > 0 && dark > light;
+  for (int v = 0; v < 256; ++v) (v <= split.level ? dark : light) += h[v];
+  split.darkGround = light > 0 && dark > light;
+  if (split.darkGround) {
+    Histogram inverted{};
+    for (int v = 0; v < 256; ++v) inverted[255 - v] = h[v];
+    split.level = otsuLevel(inverted);
+  }
+  return split;
+}
+
+bool hasDarkGround(const uint8_t* grey, int width, int height) {
+  return splitGround(grey, width, height).darkGround;
 }
 
 int separatingLevel(const uint8_t* grey, int width, int height) {

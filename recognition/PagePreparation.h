@@ -25,6 +25,15 @@ bool hasDarkGround(const uint8_t* grey, int width, int height);
 // (Otsu's criterion): levels at or below it are one side, above it the other.
 int separatingLevel(const uint8_t* grey, int width, int height);
 
+// Both answers from one pass over the page: whether its ground is dark,
+// and the separating level of the page as it is read, that is after
+// inverting it when its ground is dark.
+struct GroundSplit {
+  int level = 127;
+  bool darkGround = false;
+};
+GroundSplit splitGround(const uint8_t* grey, int width, int height);
+
 // Turns every level v into 255 - v.
 void invertGrey(uint8_t* grey, size_t count);
 

@@ -26,17 +26,20 @@ class PagePreparation : public ::testing::Test {
   }
   static bool dark(const std::vector<uint8_t>& p) { return hasDarkGround(p.data(), 100, 50); }
 
+  // A grey image holding `levels`.
+  static void fill(GreyImage& image, const std::vector<uint8_t>& levels) {
+    image.data = static_cast<uint8_t*>(std::malloc(levels.size()));
+    std::memcpy(image.data, levels.data(), levels.size());
+  }
   static std::vector<uint8_t> turned(const std::vector<uint8_t>& levels, int width, int height, bool clockwise) {
     GreyImage in, out;
-    in.data = static_cast<uint8_t*>(std::malloc(levels.size()));
-    std::memcpy(in.data, levels.data(), levels.size());
+    fill(in, levels);
     EXPECT_TRUE(kvo::recognition::turnGreyQuarter(in, width, height, clockwise, out));
     return std::vector<uint8_t>(out.data, out.data + levels.size());
   }
   static std::vector<uint8_t> enlarged(const std::vector<uint8_t>& levels, int width, int height, int factor) {
     GreyImage in, out;
-    in.data = static_cast<uint8_t*>(std::malloc(levels.size()));
-    std::memcpy(in.data, levels.data(), levels.size());
+    fill(in, levels);
     EXPECT_TRUE(kvo::recognition::enlargeGrey(in, width, height, factor, out));
     return std::vector<uint8_t>(out.data, out.data + static_cast<size_t>(width * factor) * (height * factor));
   }
@@ -65,6 +68,18 @@ TEST_F(PagePreparation, SeparatingLevelLiesBetweenInkAndGround) {
   const int level = kvo::recognition::separatingLevel(faint.data(), 100, 50);
   EXPECT_GE(level, 150);
   EXPECT_LT(level, 200);
+}
+
+TEST_F(PagePreparation, OnePassGivesBothTheLevelAndTheGround) {
+  const std::vector<uint8_t> dark = page(30, 220, 0.1);
+  const kvo::recognition::GroundSplit split = kvo::recognition::splitGround(dark.data(), 100, 50);
+  EXPECT_TRUE(split.darkGround);
+  std::vector<uint8_t> inverted = dark;
+  kvo::recognition::invertGrey(inverted.data(), inverted.size());
+  EXPECT_EQ(split.level, kvo::recognition::separatingLevel(inverted.data(), 100, 50));
+  const std::vector<uint8_t> light = page(250, 20, 0.1);
+  EXPECT_EQ(kvo::recognition::splitGround(light.data(), 100, 50).level,
+            kvo::recognition::separatingLevel(light.data(), 100, 50));
 }
 
 TEST_F(PagePreparation, InvertingTurnsEachLevelAround) {
