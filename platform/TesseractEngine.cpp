@@ -89,7 +89,9 @@ class SingleThreadRegions {
   int saved_ = 0;
 };
 
-enum class ReaderKind { page, line, sample };
+// A page is read in Tesseract's automatic page segmentation, a line or a
+// region of one as a single line.
+enum class ReaderKind { page, line };
 
 }  // namespace
 
@@ -103,12 +105,12 @@ struct TesseractEngine::State {
   std::string languages;
   bool correction = false;
   ReadingPlan plan;
-  // Loaded on first use, each at most once, keyed by models and whether the
-  // dictionaries are on: the models reading pages ("chi_sim+eng",
-  // "chi_sim", ...) and single lines ("eng", ...), and the Chinese models
-  // alone reading sample lines, without dictionaries. One instance serves
-  // pages and lines alike.
-  std::map<std::pair<std::string, bool>, std::unique_ptr<tesseract::TessBaseAPI>> readers;
+  // Loaded on first use, each at most once, keyed by models: those reading
+  // pages ("chi_sim+eng", "chi_sim", ...), sample lines ("chi_sim",
+  // "chi_tra") and Latin runs ("eng"). Loading a model costs about as much
+  // as reading a page with it, so one instance serves pages and lines alike:
+  // a Chinese page loads the two Chinese models and the Latin ones once each.
+  std::map<std::string, std::unique_ptr<tesseract::TessBaseAPI>> readers;
   // The forms of the script of "chi_sim" or "chi_tra", made on first use.
   std::map<std::string, std::unique_ptr<ScriptForms>> scriptForms;
 
@@ -159,19 +161,16 @@ bool TesseractEngine::State::configure(const RecognitionRequest& request) {
 }
 
 tesseract::TessBaseAPI* TesseractEngine::State::reader(const std::string& wanted, ReaderKind kind) {
-  const bool withDictionaries = correction && kind != ReaderKind::sample;
   const auto mode = kind == ReaderKind::page ? tesseract::PSM_AUTO : tesseract::PSM_SINGLE_LINE;
-  const auto key = std::make_pair(wanted, withDictionaries);
-  if (auto found = readers.find(key); found != readers.end()) {
+  if (auto found = readers.find(wanted); found != readers.end()) {
     found->second->SetPageSegMode(mode);
     return found->second.get();
   }
   if (failed) return nullptr;
   // Dictionaries are init-only parameters. The LSTM recogniser loads its
   // own word lists only when it decodes with the ratings matrix
-  // (lstm_use_matrix), so that is switched off with the legacy ones. The
-  // sample readers only compare confidences and go without.
-  const char* dictionaries = withDictionaries ? "1" : "0";
+  // (lstm_use_matrix), so that is switched off with the legacy ones.
+  const char* dictionaries = correction ? "1" : "0";
   const std::vector<std::string> names = {"load_system_dawg", "load_freq_dawg",   "load_unambig_dawg",
                                           "load_punc_dawg",   "load_number_dawg", "load_bigram_dawg",
                                           "lstm_use_matrix"};
@@ -188,7 +187,7 @@ tesseract::TessBaseAPI* TesseractEngine::State::reader(const std::string& wanted
       all = all && std::find(loaded.begin(), loaded.end(), code) != loaded.end();
     if (all) {
       api->SetPageSegMode(mode);
-      return readers.emplace(key, std::move(api)).first->second.get();
+      return readers.emplace(wanted, std::move(api)).first->second.get();
     }
   }
   api->End();
@@ -202,7 +201,7 @@ std::optional<bool> TesseractEngine::State::uprightTurn(const std::vector<Box>& 
   const auto longest = std::max_element(lines.begin(), lines.end(),
                                         [](const Box& a, const Box& b) { return a.height() < b.height(); });
   if (longest == lines.end() || longest->height() <= longest->width()) return std::nullopt;
-  tesseract::TessBaseAPI* api = reader(plan.layout, ReaderKind::sample);
+  tesseract::TessBaseAPI* api = reader(plan.layout, ReaderKind::line);
   if (api == nullptr) return std::nullopt;
   // The line with its blank around it; turned, its height is the line's width.
   const int pad = std::max(2, longest->width() / 4);
@@ -222,7 +221,7 @@ Script TesseractEngine::State::chooseScript(const std::vector<Box>& layout, cons
   const std::vector<Box> sample = recognition::spreadSample(lines);
 
   auto readerFor = [&](const std::string& code) -> recognition::SampleReader {
-    tesseract::TessBaseAPI* api = reader(code, ReaderKind::sample);
+    tesseract::TessBaseAPI* api = reader(code, ReaderKind::line);
     if (api == nullptr) return nullptr;
     const ScriptForms& codeForms = forms(code);
     return [&grey, width, height, resolution, api, &codeForms](const Box& b, int widest) {
@@ -345,11 +344,23 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
   }
   // Tesseract copies the pixels into its own image.
   auto load = [&](tesseract::TessBaseAPI& api) {
+    api.Clear();
     api.SetImage(page->data, width, height, 1, width);
     if (ppi > 0) api.SetSourceResolution(ppi);
   };
+  // The resolution Tesseract read the page at: the image's, or its own
+  // estimate from the text's size when the image has none.
+  int resolution = 0;
+  auto findLayout = [&](tesseract::TessBaseAPI& api) {
+    load(api);
+    Layout found = tesseract_reading::analyseLayout(api);
+    resolution = api.GetSourceYResolution();
+    return found;
+  };
 
-  // The models that read the page: recognition/ReadingPlan.
+  // The models that read the page: recognition/ReadingPlan. The reader that
+  // finds the layout also reads lines for the quarter-turn check and the
+  // script's sample, so the page is loaded again before it is read.
   const ReadingPlan& plan = state.plan;
   tesseract::TessBaseAPI* api = nullptr;
   std::string latinLanguages;
@@ -357,8 +368,7 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
   try {
     api = state.reader(plan.layout, ReaderKind::page);
     if (api == nullptr) return std::nullopt;
-    load(*api);
-    Layout layout = tesseract_reading::analyseLayout(*api);
+    Layout layout = findLayout(*api);
     // A page turned a quarter is read turned upright: Tesseract finds its
     // lines running down the page and, taking them for vertical writing,
     // has no way to tell which way the glyphs stand. The longest of them is
@@ -367,48 +377,43 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
     if (layout.mostlyDown())
       clockwise = state.uprightTurn(layout.lines, *page, width, height);
     if (state.failed) {
-      api = nullptr;
+      api = nullptr;  // released with the others
       return std::nullopt;
     }
     if (clockwise && recognition::turnGreyQuarter(*page, width, height, *clockwise, upright)) {
       turns.push_back(recognition::PageTurn{(*clockwise ? 1 : -1) * M_PI / 2, width, height, height, width});
       page = &upright;
       std::swap(width, height);
-      api->Clear();
-      load(*api);
-      layout = tesseract_reading::analyseLayout(*api);
+      api = state.reader(plan.layout, ReaderKind::page);
+      if (api == nullptr) return std::nullopt;
+      layout = findLayout(*api);
     }
-    std::vector<Box>& lines = layout.lines;
     // Small text is read from a page enlarged so that its lines reach a
     // readable height; the observations are normalised to the page read, so
     // they stand for the same places on the page given.
-    const int factor = recognition::enlargement(tesseract_reading::lineThicknesses(lines), width, height, kMaxSide);
+    const int factor =
+        recognition::enlargement(tesseract_reading::lineThicknesses(layout.lines), width, height, kMaxSide);
     if (factor > 1 && recognition::enlargeGrey(*page, width, height, factor, enlarged)) {
       page = &enlarged;
       width *= factor;
       height *= factor;
       ppi *= factor;
-      api->Clear();
-      load(*api);
-      layout = tesseract_reading::analyseLayout(*api);
+      api = state.reader(plan.layout, ReaderKind::page);
+      if (api == nullptr) return std::nullopt;
+      layout = findLayout(*api);
     }
+    Script script = Script::noHan;
     if (plan.choosesScript()) {
-      const Script script = state.chooseScript(lines, *page, width, height, api->GetSourceYResolution());
+      script = state.chooseScript(layout.lines, *page, width, height, resolution);
       if (state.failed) {
-        api = nullptr;  // released with the others
+        api = nullptr;
         return std::nullopt;
       }
-      if (script != Script::noHan) {
-        latinLanguages = plan.latin;
-        // Unless that is the model the layout was found with, alone.
-        if (script == Script::second || !latinLanguages.empty()) {
-          api->Clear();
-          api = state.reader(script == Script::first ? plan.first : plan.second, ReaderKind::page);
-          if (api == nullptr) return std::nullopt;
-          load(*api);
-        }
-      }
+      if (script != Script::noHan) latinLanguages = plan.latin;
     }
+    api = state.reader(plan.pageModels(script), ReaderKind::page);
+    if (api == nullptr) return std::nullopt;
+    load(*api);
     if (api->Recognize(nullptr) == 0) result = state.collect(*api, width, height, *page, latinLanguages);
     if (state.failed) {
       // A model for the lines failed to load: the readers are gone.

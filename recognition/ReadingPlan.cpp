@@ -53,20 +53,27 @@ std::vector<std::string> splitCodes(const std::string& joined) {
 ReadingPlan ReadingPlan::forModels(const std::string& joined) {
   ReadingPlan plan;
   plan.layout = joined;
+  plan.withoutHan = joined;
   const std::vector<std::string> codes = splitCodes(joined);
   const auto sim = std::find(codes.begin(), codes.end(), "chi_sim");
   const auto tra = std::find(codes.begin(), codes.end(), "chi_tra");
   if (sim == codes.end() || tra == codes.end()) return plan;
   plan.first = sim < tra ? "chi_sim" : "chi_tra";
   plan.second = sim < tra ? "chi_tra" : "chi_sim";
-  std::vector<std::string> layout, latin;
+  std::vector<std::string> withoutHan, latin;
   for (const auto& code : codes) {
-    if (code != plan.second) layout.push_back(code);
+    if (code != plan.second) withoutHan.push_back(code);
     if (code != plan.first && code != plan.second) latin.push_back(code);
   }
-  plan.layout = joinCodes(layout);
+  plan.layout = plan.first;
+  plan.withoutHan = joinCodes(withoutHan);
   plan.latin = joinCodes(latin);
   return plan;
+}
+
+const std::string& ReadingPlan::pageModels(Script script) const {
+  if (!choosesScript() || script == Script::noHan) return withoutHan;
+  return script == Script::first ? first : second;
 }
 
 }  // namespace kvo::recognition

@@ -17,16 +17,26 @@ std::string modelCodes(const std::vector<std::string>& tags);
 std::string joinCodes(const std::vector<std::string>& codes);
 std::vector<std::string> splitCodes(const std::string& joined);
 
+// What the sample lines of a page showed (recognition/ScriptDecision):
+// no Han, or Han best read by the first or the second Chinese model.
+enum class Script { noHan, first, second };
+
 // How a page is read with a set of models. `first` and `second` are the two
 // Chinese models in request order when both are requested, and empty
-// otherwise. `layout` reads the page's layout in any case, and the page when
-// it has no Han: all requested models but `second`. `latin` re-reads the
-// Latin runs of a Chinese page: the requested models but the Chinese ones.
+// otherwise. `layout` finds the page's layout and reads the sample lines the
+// first model reads: `first` alone when both Chinese models are requested
+// (it reads a Chinese page in that script anyway, so one loaded model serves
+// all three), all requested models otherwise. `withoutHan` reads a page with
+// no Han: all requested models but `second`. `latin` re-reads the Latin runs
+// of a Chinese page: the requested models but the Chinese ones.
 struct ReadingPlan {
-  std::string first, second, layout, latin;
+  std::string first, second, layout, withoutHan, latin;
   // For the joined model codes of a request.
   static ReadingPlan forModels(const std::string& joined);
   bool choosesScript() const { return !second.empty(); }
+  // The models that read a page whose sample showed `script`; `withoutHan`
+  // when the plan does not choose.
+  const std::string& pageModels(Script script) const;
 };
 
 }  // namespace kvo::recognition

@@ -10,6 +10,7 @@
 #include <unicode/uversion.h>
 
 #include "recognition/PageRaster.h"
+#include "recognition/ReadingPlan.h"
 
 U_NAMESPACE_BEGIN
 class Transliterator;
@@ -22,9 +23,6 @@ namespace kvo::recognition {
 // with each model alone, and the model with markedly less doubt about the
 // Han characters it wrote in forms of its own script wins; the first
 // requested wins when the evidence is weak.
-
-// What the sample lines of a page showed.
-enum class Script { noHan, first, second };
 
 // Confidences (0..100) of some characters of a reading.
 struct Confidences {

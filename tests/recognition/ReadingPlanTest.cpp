@@ -9,6 +9,7 @@ namespace {
 
 using kvo::recognition::joinCodes;
 using kvo::recognition::modelCodes;
+using kvo::recognition::Script;
 using kvo::recognition::splitCodes;
 
 class ReadingPlan : public ::testing::Test {
@@ -43,6 +44,8 @@ TEST_F(ReadingPlan, ReadsWithEveryModelWhenOnlyOneChineseIsRequested) {
     const auto p = plan(models);
     EXPECT_FALSE(p.choosesScript()) << models;
     EXPECT_EQ(p.layout, models);
+    EXPECT_EQ(p.withoutHan, models);
+    for (const Script s : {Script::noHan, Script::first, Script::second}) EXPECT_EQ(p.pageModels(s), models);
     EXPECT_EQ(p.first, "");
     EXPECT_EQ(p.second, "");
     EXPECT_EQ(p.latin, "");
@@ -54,13 +57,15 @@ TEST_F(ReadingPlan, ChoosesBetweenBothChineseModelsInRequestOrder) {
   EXPECT_TRUE(p.choosesScript());
   EXPECT_EQ(p.first, "chi_sim");
   EXPECT_EQ(p.second, "chi_tra");
-  EXPECT_EQ(p.layout, "chi_sim+eng");
+  EXPECT_EQ(p.layout, "chi_sim");
+  EXPECT_EQ(p.withoutHan, "chi_sim+eng");
   EXPECT_EQ(p.latin, "eng");
 
   const auto q = plan("eng+chi_tra+chi_sim");
   EXPECT_EQ(q.first, "chi_tra");
   EXPECT_EQ(q.second, "chi_sim");
-  EXPECT_EQ(q.layout, "eng+chi_tra");
+  EXPECT_EQ(q.layout, "chi_tra");
+  EXPECT_EQ(q.withoutHan, "eng+chi_tra");
   EXPECT_EQ(q.latin, "eng");
 }
 
@@ -68,7 +73,15 @@ TEST_F(ReadingPlan, HasNoLatinModelsWhenOnlyChineseIsRequested) {
   const auto p = plan("chi_tra+chi_sim");
   EXPECT_EQ(p.first, "chi_tra");
   EXPECT_EQ(p.layout, "chi_tra");
+  EXPECT_EQ(p.withoutHan, "chi_tra");
   EXPECT_EQ(p.latin, "");
+}
+
+TEST_F(ReadingPlan, ReadsAChinesePageWithTheChosenModelAloneAndAnyOtherWithAllButTheSecond) {
+  const auto p = plan("chi_sim+chi_tra+eng");
+  EXPECT_EQ(p.pageModels(Script::first), "chi_sim");
+  EXPECT_EQ(p.pageModels(Script::second), "chi_tra");
+  EXPECT_EQ(p.pageModels(Script::noHan), "chi_sim+eng");
 }
 
 }  // namespace
