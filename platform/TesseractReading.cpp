@@ -28,6 +28,8 @@ bool recognizeRegion(tesseract::TessBaseAPI& api, const GreyImage& grey, int wid
 // The Han characters of what `api` recognised last.
 HanReading hanReading(tesseract::TessBaseAPI& api, const ScriptForms& forms) {
   HanReading reading;
+  // One line, even with no Han on it: the lines of two models' readings pair up by position.
+  reading.lines.emplace_back();
   std::unique_ptr<tesseract::ResultIterator> it(api.GetIterator());
   if (!it || it->Empty(tesseract::RIL_SYMBOL)) return reading;
   do {
@@ -132,11 +134,17 @@ std::vector<int> lineThicknesses(const std::vector<Box>& lines) {
 }
 
 // Crooked pages. Leptonica's skew finder measures the angle of the text
-// lines on the binarised page within ±7°; the page is turned straight when
-// it finds one with the confidence and of the size Leptonica's own deskewing
-// asks for (pixDeskew's minimum confidence and angle).
+// lines on the binarised page within ±7°, on the page reduced as
+// recognition/PagePreparation says (otherwise with its usual steps: 1° sweep,
+// then a search down to 0.01° at half the reduction); the page is turned
+// straight when it finds one with the confidence and of the size
+// Leptonica's own deskewing asks for (pixDeskew's minimum confidence and
+// angle).
 constexpr float kLeastSkewConfidence = 3.0f;
 constexpr float kLeastSkewDegrees = 0.1f;
+constexpr float kSkewSweepDegrees = 7.0f;
+constexpr float kSkewSweepStep = 1.0f;
+constexpr float kSkewLeastSearchStep = 0.01f;
 
 // A Leptonica copy of a grey page; null when the memory cannot be had.
 Pix* greyPix(const GreyImage& grey, int width, int height) {
@@ -162,8 +170,11 @@ std::optional<recognition::PageTurn> straighten(const GreyImage& grey, int width
   std::optional<recognition::PageTurn> turn;
   Pix* binary = pixThresholdToBinary(pix, inkLevel + 1);
   l_float32 degrees = 0, confidence = 0;
-  if (binary != nullptr && pixFindSkew(binary, &degrees, &confidence) == 0 && confidence >= kLeastSkewConfidence &&
-      std::abs(degrees) >= kLeastSkewDegrees) {
+  const int reduction = recognition::skewReduction(width);
+  if (binary != nullptr &&
+      pixFindSkewSweepAndSearch(binary, &degrees, &confidence, reduction, std::max(1, reduction / 2), kSkewSweepDegrees,
+                                kSkewSweepStep, kSkewLeastSearchStep) == 0 &&
+      confidence >= kLeastSkewConfidence && std::abs(degrees) >= kLeastSkewDegrees) {
     // Clockwise is positive for both calls; given the page's own size,
     // pixRotate enlarges the canvas (centred) so that no pixel is lost.
     const double radians = static_cast<double>(degrees) * M_PI / 180.0;

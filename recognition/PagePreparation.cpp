@@ -138,4 +138,10 @@ bool enlargeGrey(const GreyImage& grey, int width, int height, int factor, GreyI
   return true;
 }
 
+int skewReduction(int width) {
+  int reduction = 4;
+  while (reduction > 1 && width / reduction < kLeastSkewSweepWidth) reduction /= 2;
+  return reduction;
+}
+
 }  // namespace kvo::recognition

@@ -52,6 +52,14 @@ constexpr int kMaxEnlargement = 4;
 // Pixels an enlarged page may have (one byte each, plus the recogniser's copies).
 constexpr int64_t kMaxEnlargedPixels = 40'000'000;
 
+// The factor (1, 2 or 4) a page `width` pixels wide is reduced by while the
+// skew of its lines is measured: the largest that leaves it at least
+// kLeastSkewSweepWidth pixels wide. The usual reduction of 4 was made for
+// 300-dpi scans some 2500 pixels wide; on a screenshot or a 100-dpi page it
+// shrinks the lines to a few pixels, whose slope no longer shows.
+int skewReduction(int width);
+constexpr int kLeastSkewSweepWidth = 600;
+
 // `grey` (width × height) turned a quarter clockwise (on the screen) or
 // counter-clockwise into `out`, which is height × width. False when the
 // memory cannot be had.

@@ -20,9 +20,15 @@ namespace kvo::recognition {
 
 // Which of the two requested Chinese models reads a page (README,
 // "Recognition languages", step 1): a few of the page's text lines are read
-// with each model alone, and the model with markedly less doubt about the
-// Han characters it wrote in forms of its own script wins; the first
-// requested wins when the evidence is weak.
+// with each model alone. Where the two readings hold the same character in
+// the two scripts' different forms (说 and 說), both models looked at the
+// same glyph and each wrote its own form: the one more confident of it gets
+// that glyph's vote (as does the one more confident of a glyph the two read
+// as different characters), and the model with more votes reads the page. The vote
+// compares the two models glyph by glyph, so what makes a glyph hard to read
+// (blur, size, ground) weighs on both alike and no threshold is needed.
+// Without votes, or on a tie, the model with less doubt over all its Han
+// characters wins, and the first requested on a tie of that too.
 
 // Confidences (0..100) of some characters of a reading.
 struct Confidences {
@@ -52,22 +58,49 @@ class ScriptForms {
   // True when the other script writes `c` differently; false when it
   // writes it the same way or the data is missing.
   bool own(UChar32 c) const;
+  // The character both scripts' forms of `c` are compared by: its
+  // Simplified form when that is one code point, `c` otherwise.
+  UChar32 simplified(UChar32 c) const;
 
  private:
   std::unique_ptr<icu::Transliterator> transliterator_;
+  bool traditional_;
+};
+
+// One Han character of a reading.
+struct HanSymbol {
+  UChar32 c = 0;
+  UChar32 simplified = 0;  // ScriptForms::simplified(c)
+  double confidence = 0;
 };
 
 // The Han characters of a reading: all of them, and those written in a form
-// of the reading model's own script only.
+// of the reading model's own script only; and, line by line, the characters
+// in reading order.
 struct HanReading {
   Confidences han, ownForms;
+  std::vector<std::vector<HanSymbol>> lines;
   void add(const HanReading& o) {
     han.add(o.han);
     ownForms.add(o.ownForms);
+    lines.insert(lines.end(), o.lines.begin(), o.lines.end());
   }
-  // Counts one recognised symbol (UTF-8) when it is Han.
+  // Counts one recognised symbol (UTF-8) when it is Han, on the last line
+  // (a first one when there is none).
   void addSymbol(const char* symbol, double confidence, const ScriptForms& forms);
 };
+
+// The votes of the glyphs both readings hold in different forms: those the
+// first model was more confident of, and those the second was.
+struct Votes {
+  int first = 0, second = 0;
+};
+// Pairs the lines of two readings of the same sample lines in order and,
+// on each, the characters the readings agree on (compared by their
+// Simplified forms, longest common subsequence): a pair written in two
+// different forms is a vote; so is each pair of characters read differently
+// where both readings hold as many between the same two agreements.
+Votes countVotes(const HanReading& first, const HanReading& second);
 
 // Whether a line from the layout analysis can be sampled: horizontal and tall enough to read.
 bool isSampleLine(const Box& line);
@@ -75,7 +108,8 @@ bool isSampleLine(const Box& line);
 // At most kSampleLines of the page's sampleable lines, spread over the page.
 std::vector<Box> spreadSample(const std::vector<Box>& lines);
 
-// Reads one sample line with one model, at most `widest` pixels of it.
+// Reads one sample line with one model, at most `widest` pixels of it: a
+// reading of one line (`lines` holds one, empty when nothing was read).
 using SampleReader = std::function<HanReading(const Box& line, int widest)>;
 constexpr int kWholeLine = std::numeric_limits<int>::max();
 
@@ -89,7 +123,8 @@ struct FirstReading {
 // many lines in a row show none.
 FirstReading readWithFirstModel(const std::vector<Box>& sample, const SampleReader& read);
 
-// The decision, given both models' readings of the same lines with Han.
+// The decision, given both models' readings of the same lines with Han:
+// the votes, then the doubt, then the first model.
 Script decideScript(const HanReading& first, const HanReading& second);
 
 }  // namespace kvo::recognition

@@ -100,6 +100,16 @@ TEST_F(PagePreparation, SmallTextIsEnlargedToTheReadableHeightByTheMedianLine) {
   EXPECT_EQ(enlargement({3, 3, 3}, 100, 100, 32767), kMaxEnlargement);
 }
 
+TEST_F(PagePreparation, MeasuresSkewOnAPageReducedToNoLessThanTheSweepWidth) {
+  EXPECT_EQ(kvo::recognition::skewReduction(2480), 4);  // an A4 page at 300 dpi
+  EXPECT_EQ(kvo::recognition::skewReduction(2400), 4);
+  EXPECT_EQ(kvo::recognition::skewReduction(2399), 2);
+  EXPECT_EQ(kvo::recognition::skewReduction(1200), 2);
+  EXPECT_EQ(kvo::recognition::skewReduction(1199), 1);  // a 1200-pixel screenshot is measured as it is
+  EXPECT_EQ(kvo::recognition::skewReduction(300), 1);
+  EXPECT_EQ(kvo::recognition::skewReduction(1), 1);
+}
+
 TEST_F(PagePreparation, EnlargementStaysWithinTheLargestSideAndThePixelBudget) {
   EXPECT_EQ(enlargement({10}, 10000, 100, 32767), 3);   // 30000 fits, 40000 does not
   EXPECT_EQ(enlargement({10}, 5000, 5000, 32767), 1);   // 10000 × 10000 is over the budget

@@ -25,6 +25,38 @@ class ScriptDecision : public ::testing::Test {
     }
     return r;
   }
+  // A line read by the model of `forms`: its Han characters, with
+  // confidences in order.
+  static HanReading lineRead(const std::u32string& text, const std::vector<double>& confidences,
+                             const ScriptForms& forms) {
+    HanReading r;
+    r.lines.emplace_back();
+    for (size_t i = 0; i < text.size(); ++i) {
+      std::string utf8;
+      appendUtf8(text[i], utf8);
+      r.addSymbol(utf8.c_str(), confidences.at(i), forms);
+    }
+    return r;
+  }
+  static void appendUtf8(char32_t c, std::string& out) {
+    if (c < 0x80) {
+      out += static_cast<char>(c);
+    } else if (c < 0x800) {
+      out += static_cast<char>(0xC0 | (c >> 6));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+      out += static_cast<char>(0xE0 | (c >> 12));
+      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+      out += static_cast<char>(0xF0 | (c >> 18));
+      out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    }
+  }
+  const ScriptForms simplified_{"chi_sim"}, traditional_{"chi_tra"};
+
   // A line 30 pixels high, `widthInHeights` times as wide, at row `row`.
   static Box line(int row, int widthInHeights = 40) { return Box{10, 40 * row, 10 + 30 * widthInHeights, 40 * row + 30}; }
 
@@ -94,6 +126,68 @@ TEST_F(ScriptDecision, CountsHanSymbolsAndTheirOwnForms) {
   EXPECT_DOUBLE_EQ(r.han.sum, 170);
   EXPECT_EQ(r.ownForms.count, 1);
   EXPECT_DOUBLE_EQ(r.ownForms.sum, 90);
+}
+
+TEST_F(ScriptDecision, ComparesCharactersByTheirSimplifiedForms) {
+  EXPECT_EQ(simplified_.simplified(U'说'), U'说');
+  EXPECT_EQ(traditional_.simplified(U'說'), U'说');
+  EXPECT_EQ(traditional_.simplified(U'人'), U'人');
+  EXPECT_EQ(traditional_.simplified(U'A'), U'A');
+}
+
+TEST_F(ScriptDecision, GlyphsReadInBothFormsVoteForTheMoreConfidentModel) {
+  // 说 and 这 read both ways; 明 alike in both scripts casts no vote.
+  const auto first = lineRead(U"说明这", {90, 99, 80}, simplified_);
+  const auto second = lineRead(U"說明這", {95, 10, 95}, traditional_);
+  const auto votes = kvo::recognition::countVotes(first, second);
+  EXPECT_EQ(votes.first, 0);
+  EXPECT_EQ(votes.second, 2);
+  // The votes decide though the second model's doubt over all its Han is the greater.
+  EXPECT_GT(second.han.doubt(), first.han.doubt());
+  EXPECT_EQ(kvo::recognition::decideScript(first, second), Script::second);
+  EXPECT_EQ(kvo::recognition::decideScript(second, first), Script::first);
+}
+
+TEST_F(ScriptDecision, PairsGlyphsAcrossCharactersOnlyOneModelRead) {
+  // The second reading misses 明 and adds 口 and 门: 说 and 这 still pair
+  // up; 明 against 口门 is no pair.
+  const auto first = lineRead(U"说明这个", {99, 90, 99, 60}, simplified_);
+  const auto second = lineRead(U"說口门這個", {90, 99, 99, 90, 70}, traditional_);
+  const auto votes = kvo::recognition::countVotes(first, second);
+  EXPECT_EQ(votes.first, 2);
+  EXPECT_EQ(votes.second, 1);
+  EXPECT_EQ(kvo::recognition::decideScript(first, second), Script::first);
+}
+
+TEST_F(ScriptDecision, AGlyphTheModelsReadAsDifferentCharactersVotesToo) {
+  // 采 and 體 between 繁 and 中, and 天 and 夭 at the end, pair up; 繁 and
+  // 中, alike in both, do not vote.
+  const auto first = lineRead(U"繁采中天", {80, 81, 60, 99}, simplified_);
+  const auto second = lineRead(U"繁體中夭", {99, 99, 99, 50}, traditional_);
+  const auto votes = kvo::recognition::countVotes(first, second);
+  EXPECT_EQ(votes.first, 1);
+  EXPECT_EQ(votes.second, 1);
+}
+
+TEST_F(ScriptDecision, PairsLinesByPositionAndAnEmptyReadingKeepsItsPlace) {
+  HanReading first = lineRead(U"说", {99}, simplified_);
+  first.add(lineRead(U"这", {10}, simplified_));
+  HanReading second;
+  second.lines.emplace_back();  // the first line read no Han
+  second.add(lineRead(U"這", {90}, traditional_));
+  const auto votes = kvo::recognition::countVotes(first, second);
+  EXPECT_EQ(votes.first, 0);
+  EXPECT_EQ(votes.second, 1);
+}
+
+TEST_F(ScriptDecision, FallsBackToTheDoubtOnATieOfVotes) {
+  const auto first = lineRead(U"说这明", {99, 50, 99}, simplified_);
+  const auto second = lineRead(U"說這明", {50, 99, 90}, traditional_);
+  const auto votes = kvo::recognition::countVotes(first, second);
+  EXPECT_EQ(votes.first, 1);
+  EXPECT_EQ(votes.second, 1);
+  EXPECT_EQ(kvo::recognition::decideScript(first, second), Script::first);
+  EXPECT_EQ(kvo::recognition::decideScript(second, first), Script::second);
 }
 
 TEST_F(ScriptDecision, SamplesWideHorizontalLinesOnly) {
