@@ -218,7 +218,6 @@ Script TesseractEngine::State::chooseScript(const std::vector<Box>& layout, cons
   std::vector<Box> lines;
   std::copy_if(layout.begin(), layout.end(), std::back_inserter(lines), recognition::isSampleLine);
   if (lines.empty()) return Script::noHan;
-  const std::vector<Box> sample = recognition::spreadSample(lines);
 
   auto readerFor = [&](const std::string& code) -> recognition::SampleReader {
     tesseract::TessBaseAPI* api = reader(code, ReaderKind::line);
@@ -235,14 +234,17 @@ Script TesseractEngine::State::chooseScript(const std::vector<Box>& layout, cons
     };
   };
   const recognition::SampleReader first = readerFor(plan.first);
-  if (!first) return Script::noHan;
-  const recognition::FirstReading firstReading = recognition::readWithFirstModel(sample, first);
-  if (firstReading.hanLines.empty()) return Script::noHan;
-  const recognition::SampleReader second = readerFor(plan.second);
-  if (!second) return Script::first;
-  HanReading secondTotal;
-  for (const Box& b : firstReading.hanLines) secondTotal.add(second(b, recognition::kWholeLine));
-  return recognition::decideScript(firstReading.total, secondTotal);
+  if (!first) return Script::noHan;  // `failed` tells why
+  // The second model is loaded when a line with Han asks for it: a page
+  // without Han never does.
+  recognition::SampleReader loaded;
+  const recognition::SampleReader second = [&](const Box& b, int widest) {
+    if (!loaded) loaded = readerFor(plan.second);
+    return loaded ? loaded(b, widest) : HanReading{};
+  };
+  const recognition::SampleReading sample = recognition::readSample(recognition::sampleOrder(lines), first, second);
+  if (sample.linesWithHan == 0) return Script::noHan;
+  return recognition::decideScript(sample.first, sample.second);
 }
 
 bool TesseractEngine::State::rereadLatinRuns(ReadLine& line, const std::string& languages, const GreyImage& grey,

@@ -5,6 +5,7 @@
 #include <unicode/utf8.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 
@@ -14,18 +15,8 @@ namespace kvo::recognition {
 
 namespace {
 
-// Lines sampled at most: enough to find Han on a page with some, few enough to stay cheap.
-constexpr size_t kSampleLines = 8;
-// Lines with Han, and Han characters, that suffice to decide.
-constexpr int kEnoughSampleLines = 3;
-constexpr int kEnoughHan = 60;
-// Han characters a line needs to count as a line with Han (fewer are stray misreadings).
-constexpr int kHanPerLine = 4;
-// Lines without Han in a row before a page is taken to have none.
-constexpr int kHanFreeLinesToGiveUp = 3;
-// Until Han turns up, only the start of a line is read, this many times its
-// height wide (a dozen Chinese characters): a page without Han costs little.
-constexpr int kProbeWidthInHeights = 12;
+// The sign test's level: votes this unlikely under chance settle the choice.
+constexpr double kSignificance = 0.05;
 // Own-form characters both readings need for the doubt to be measured on them alone.
 constexpr int kEnoughOwnForms = 8;
 // Han characters on a line at most for the votes to be counted on it
@@ -76,31 +67,57 @@ bool isSampleLine(const Box& b) {
   return b.height() >= kLeastSampleHeight && b.width() >= kLeastSampleWidthInHeights * b.height();
 }
 
-std::vector<Box> spreadSample(const std::vector<Box>& lines) {
+std::vector<Box> sampleOrder(const std::vector<Box>& lines) {
   std::vector<Box> sample;
-  const size_t count = std::min(lines.size(), kSampleLines);
-  for (size_t i = 0; i < count; ++i) sample.push_back(lines[(2 * i + 1) * lines.size() / (2 * count)]);
+  const size_t spread = std::min(lines.size(), kSpreadLines);
+  std::vector<bool> taken(lines.size(), false);
+  for (size_t i = 0; i < spread; ++i) {
+    const size_t k = (2 * i + 1) * lines.size() / (2 * spread);
+    sample.push_back(lines[k]);
+    taken[k] = true;
+  }
+  for (size_t k = 0; k < lines.size() && sample.size() < kMostSampleLines; ++k)
+    if (!taken[k]) sample.push_back(lines[k]);
   return sample;
 }
 
-FirstReading readWithFirstModel(const std::vector<Box>& sample, const SampleReader& read) {
-  FirstReading result;
+bool settled(const Votes& votes) {
+  const int n = votes.first + votes.second;
+  const int k = std::max(votes.first, votes.second);
+  if (n == 0) return false;
+  // P(X >= k) for X ~ Binomial(n, 1/2), summed in logarithms so that long
+  // samples neither overflow nor underflow; doubled for both sides.
+  double tail = 0;
+  for (int i = k; i <= n; ++i)
+    tail += std::exp(std::lgamma(n + 1.0) - std::lgamma(i + 1.0) - std::lgamma(n - i + 1.0) - n * std::log(2.0));
+  return 2 * tail < kSignificance;
+}
+
+SampleReading readSample(const std::vector<Box>& sample, const SampleReader& first, const SampleReader& second) {
+  SampleReading result;
   int hanFree = 0;
   for (const Box& b : sample) {
     const int probeWidth = kProbeWidthInHeights * b.height();
-    if (result.hanLines.empty() && b.width() > probeWidth && read(b, probeWidth).han.count == 0) {
+    const bool probing = result.linesWithHan == 0;
+    if (probing && b.width() > probeWidth && first(b, probeWidth).han.count == 0) {
       if (++hanFree >= kHanFreeLinesToGiveUp) break;
       continue;
     }
-    const HanReading r = read(b, kWholeLine);
-    if (r.han.count >= kHanPerLine) {
-      result.hanLines.push_back(b);
-      result.total.add(r);
-      hanFree = 0;
-    } else if (++hanFree >= kHanFreeLinesToGiveUp && result.hanLines.empty()) {
-      break;
+    const HanReading one = first(b, kWholeLine);
+    if (one.han.count < kHanPerLine) {
+      if (++hanFree >= kHanFreeLinesToGiveUp && probing) break;
+      continue;
     }
-    if (static_cast<int>(result.hanLines.size()) >= kEnoughSampleLines && result.total.han.count >= kEnoughHan) break;
+    hanFree = 0;
+    ++result.linesWithHan;
+    HanReading other = second(b, kWholeLine);
+    if (other.lines.empty()) other.lines.emplace_back();
+    const Votes votes = countVotes(one, other);
+    result.votes.first += votes.first;
+    result.votes.second += votes.second;
+    result.first.add(one);
+    result.second.add(other);
+    if (settled(result.votes)) break;
   }
   return result;
 }

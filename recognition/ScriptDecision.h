@@ -19,14 +19,15 @@ U_NAMESPACE_END
 namespace kvo::recognition {
 
 // Which of the two requested Chinese models reads a page (README,
-// "Recognition languages", step 1): a few of the page's text lines are read
-// with each model alone. Where the two readings hold the same character in
-// the two scripts' different forms (说 and 說), both models looked at the
-// same glyph and each wrote its own form: the one more confident of it gets
-// that glyph's vote (as does the one more confident of a glyph the two read
-// as different characters), and the model with more votes reads the page. The vote
-// compares the two models glyph by glyph, so what makes a glyph hard to read
-// (blur, size, ground) weighs on both alike and no threshold is needed.
+// "Recognition languages", step 1): lines of the page are read with each
+// model alone. Where the two readings hold the same character in the two
+// scripts' different forms (说 and 說), both models looked at the same glyph
+// and each wrote its own form: the one more confident of it gets that
+// glyph's vote (as does the one more confident of a glyph the two read as
+// different characters). Lines are read until the votes are too one-sided
+// to be chance (a sign test) or the sample ends, and the model with more
+// votes reads the page. The vote compares the two models glyph by glyph, so
+// what makes a glyph hard to read (blur, size, ground) weighs on both alike.
 // Without votes, or on a tie, the model with less doubt over all its Han
 // characters wins, and the first requested on a tie of that too.
 
@@ -105,23 +106,41 @@ Votes countVotes(const HanReading& first, const HanReading& second);
 // Whether a line from the layout analysis can be sampled: horizontal and tall enough to read.
 bool isSampleLine(const Box& line);
 
-// At most kSampleLines of the page's sampleable lines, spread over the page.
-std::vector<Box> spreadSample(const std::vector<Box>& lines);
+// The page's sampleable lines in the order they are sampled: first
+// kSpreadLines of them spread evenly over the page, then the others in page
+// order, at most kMostSampleLines in all.
+std::vector<Box> sampleOrder(const std::vector<Box>& lines);
+constexpr size_t kSpreadLines = 8;
+constexpr size_t kMostSampleLines = 16;
 
 // Reads one sample line with one model, at most `widest` pixels of it: a
 // reading of one line (`lines` holds one, empty when nothing was read).
 using SampleReader = std::function<HanReading(const Box& line, int widest)>;
 constexpr int kWholeLine = std::numeric_limits<int>::max();
 
-// The sample lines the first model found Han on, and its reading of them.
-struct FirstReading {
-  std::vector<Box> hanLines;
-  HanReading total;
+// What the sample showed: both models' readings of the lines with Han, line
+// for line, and the votes they cast.
+struct SampleReading {
+  HanReading first, second;
+  Votes votes;
+  int linesWithHan = 0;
 };
 
-// Reads the sample with the first model until enough Han is seen, or too
-// many lines in a row show none.
-FirstReading readWithFirstModel(const std::vector<Box>& sample, const SampleReader& read);
+// True when `votes` are more one-sided than chance would make them in one
+// case out of twenty (the two-sided sign test at the 5 % level): had the
+// models been equally good at the page, each vote a coin toss, a split this
+// uneven would be that rare.
+bool settled(const Votes& votes);
+
+// Reads the sample in order, each line with the first model and, when it
+// holds Han (kHanPerLine characters or more), with the second: until the
+// votes are settled or the sample runs out. Until Han turns up only the
+// start of a line is read, and the page is taken to have none after
+// kHanFreeLinesToGiveUp lines in a row without it.
+SampleReading readSample(const std::vector<Box>& sample, const SampleReader& first, const SampleReader& second);
+constexpr int kHanPerLine = 4;
+constexpr int kHanFreeLinesToGiveUp = 3;
+constexpr int kProbeWidthInHeights = 12;
 
 // The decision, given both models' readings of the same lines with Han:
 // the votes, then the doubt, then the first model.

@@ -60,18 +60,43 @@ class ScriptDecision : public ::testing::Test {
   // A line 30 pixels high, `widthInHeights` times as wide, at row `row`.
   static Box line(int row, int widthInHeights = 40) { return Box{10, 40 * row, 10 + 30 * widthInHeights, 40 * row + 30}; }
 
-  // Reads sample lines from a script: `han[i]` Han characters on the line at row i.
+  // Reads sample lines from a script: `han[i]` Han characters on the line
+  // at row i, each 说 (with `first`) or 說, with confidence `confidence`.
   struct ScriptedReader {
+    const ScriptForms& forms;
     std::vector<int> han;
+    double confidence;
     std::vector<std::pair<int, int>> reads;  // row, widest
     HanReading operator()(const Box& b, int widest) {
       const int row = b.top / 40;
       reads.emplace_back(row, widest);
-      return reading(han.at(row), 99);
+      const bool simplified = forms.own(U'说');
+      return lineRead(std::u32string(static_cast<size_t>(han.at(row)), simplified ? U'说' : U'說'),
+                      std::vector<double>(static_cast<size_t>(han.at(row)), confidence), forms);
     }
   };
-  static kvo::recognition::FirstReading readWith(ScriptedReader& reader, const std::vector<Box>& sample) {
-    return kvo::recognition::readWithFirstModel(sample, [&](const Box& b, int widest) { return reader(b, widest); });
+  // Both models read the same lines; the first is the more confident of
+  // every glyph.
+  struct Sampling {
+    ScriptedReader first, second;
+    Sampling(const ScriptForms& a, const ScriptForms& b, std::vector<int> han)
+        : first{a, han, 99, {}}, second{b, han, 90, {}} {}
+    kvo::recognition::SampleReading read(const std::vector<Box>& sample) {
+      return kvo::recognition::readSample(
+          sample, [&](const Box& b, int widest) { return first(b, widest); },
+          [&](const Box& b, int widest) { return second(b, widest); });
+    }
+  };
+  static std::vector<Box> rows(int count, int widthInHeights = 40) {
+    std::vector<Box> lines;
+    for (int i = 0; i < count; ++i) lines.push_back(line(i, widthInHeights));
+    return lines;
+  }
+  static kvo::recognition::Votes votes(int first, int second) {
+    kvo::recognition::Votes v;
+    v.first = first;
+    v.second = second;
+    return v;
   }
 };
 
@@ -197,56 +222,75 @@ TEST_F(ScriptDecision, SamplesWideHorizontalLinesOnly) {
   EXPECT_FALSE(kvo::recognition::isSampleLine(Box{0, 0, 30, 300}));
 }
 
-TEST_F(ScriptDecision, SpreadsTheSampleOverThePage) {
-  std::vector<Box> lines;
-  for (int i = 0; i < 32; ++i) lines.push_back(line(i));
-  const auto sample = kvo::recognition::spreadSample(lines);
-  std::vector<int> rows;
-  for (const Box& b : sample) rows.push_back(b.top / 40);
-  EXPECT_EQ(rows, (std::vector<int>{2, 6, 10, 14, 18, 22, 26, 30}));
-  EXPECT_EQ(kvo::recognition::spreadSample({line(0), line(1)}).size(), 2u);
-  EXPECT_TRUE(kvo::recognition::spreadSample({}).empty());
+TEST_F(ScriptDecision, SamplesLinesSpreadOverThePageFirstThenTheRestInPageOrder) {
+  std::vector<int> order;
+  for (const Box& b : kvo::recognition::sampleOrder(rows(32))) order.push_back(b.top / 40);
+  EXPECT_EQ(order, (std::vector<int>{2, 6, 10, 14, 18, 22, 26, 30, 0, 1, 3, 4, 5, 7, 8, 9}));
+  order.clear();
+  for (const Box& b : kvo::recognition::sampleOrder(rows(3))) order.push_back(b.top / 40);
+  EXPECT_EQ(order, (std::vector<int>{0, 1, 2}));
+  EXPECT_TRUE(kvo::recognition::sampleOrder({}).empty());
+}
+
+TEST_F(ScriptDecision, VotesSettleWhenChanceWouldSplitThemSoUnevenlyLessThanOnceInTwenty) {
+  using kvo::recognition::settled;
+  EXPECT_FALSE(settled(votes(0, 0)));
+  EXPECT_FALSE(settled(votes(5, 0)));  // 2 × 1/32 = 0.0625
+  EXPECT_TRUE(settled(votes(6, 0)));   // 2 × 1/64
+  EXPECT_TRUE(settled(votes(0, 6)));
+  EXPECT_FALSE(settled(votes(9, 2)));  // 2 × 67/2048 = 0.065
+  EXPECT_TRUE(settled(votes(10, 2)));  // 2 × 79/4096 = 0.039
+  EXPECT_FALSE(settled(votes(60, 40)));
+  EXPECT_TRUE(settled(votes(600, 400)));
 }
 
 TEST_F(ScriptDecision, ProbesTheStartOfLinesUntilHanTurnsUp) {
-  ScriptedReader reader{{0, 0, 20, 20, 20}, {}};
-  std::vector<Box> sample;
-  for (int i = 0; i < 5; ++i) sample.push_back(line(i));
-  const auto first = readWith(reader, sample);
+  Sampling s(simplified_, traditional_, {0, 0, 20, 20, 20});
+  const auto sample = s.read(rows(5));
   // Rows 0 and 1 probed 12 heights wide (360 pixels), row 2 probed then
-  // read; with Han found, the rest are read whole.
-  const std::vector<std::pair<int, int>> expected = {{0, 360},
-                                                     {1, 360},
-                                                     {2, 360},
-                                                     {2, kvo::recognition::kWholeLine},
-                                                     {3, kvo::recognition::kWholeLine},
-                                                     {4, kvo::recognition::kWholeLine}};
-  EXPECT_EQ(reader.reads, expected);
-  EXPECT_EQ(first.hanLines.size(), 3u);
-  EXPECT_EQ(first.total.han.count, 60);
+  // read whole; its 20 votes settle the choice.
+  const std::vector<std::pair<int, int>> expected = {
+      {0, 360}, {1, 360}, {2, 360}, {2, kvo::recognition::kWholeLine}};
+  EXPECT_EQ(s.first.reads, expected);
+  EXPECT_EQ(s.second.reads, (std::vector<std::pair<int, int>>{{2, kvo::recognition::kWholeLine}}));
+  EXPECT_EQ(sample.linesWithHan, 1);
+  EXPECT_EQ(sample.votes.first, 20);
+  EXPECT_EQ(sample.votes.second, 0);
 }
 
-TEST_F(ScriptDecision, StopsOnceEnoughHanIsSeen) {
-  ScriptedReader reader{{30, 30, 30, 30}, {}};
-  const auto first = readWith(reader, {line(0), line(1), line(2), line(3)});
-  // Three lines with 60 Han or more suffice.
-  EXPECT_EQ(first.hanLines.size(), 3u);
-  EXPECT_EQ(reader.reads.size(), 4u);  // one probe, three whole lines
+TEST_F(ScriptDecision, ReadsOnUntilTheVotesSettle) {
+  Sampling s(simplified_, traditional_, {4, 4, 4, 4});
+  const auto sample = s.read(rows(4));
+  // Four votes after one line, eight after two: settled.
+  EXPECT_EQ(sample.linesWithHan, 2);
+  EXPECT_EQ(s.second.reads.size(), 2u);
+  EXPECT_EQ(kvo::recognition::decideScript(sample.first, sample.second), Script::first);
+}
+
+TEST_F(ScriptDecision, DecidesOnWhatTheWholeSampleShowsWhenTheVotesNeverSettle) {
+  // A line with Han cast no vote: both models read it alike.
+  Sampling s(simplified_, simplified_, {5, 5, 5});
+  const auto sample = s.read(rows(3));
+  EXPECT_EQ(sample.linesWithHan, 3);
+  EXPECT_EQ(sample.votes.first + sample.votes.second, 0);
+  EXPECT_EQ(kvo::recognition::decideScript(sample.first, sample.second), Script::first);
 }
 
 TEST_F(ScriptDecision, GivesUpAfterThreeLinesWithoutHan) {
-  ScriptedReader reader{{0, 0, 0, 30}, {}};
-  const auto first = readWith(reader, {line(0), line(1), line(2), line(3)});
-  EXPECT_TRUE(first.hanLines.empty());
-  EXPECT_EQ(reader.reads.size(), 3u);
+  Sampling s(simplified_, traditional_, {0, 0, 0, 30});
+  const auto sample = s.read(rows(4));
+  EXPECT_EQ(sample.linesWithHan, 0);
+  EXPECT_EQ(s.first.reads.size(), 3u);
+  EXPECT_TRUE(s.second.reads.empty());
 }
 
 TEST_F(ScriptDecision, IgnoresLinesWithAFewStrayHan) {
-  ScriptedReader reader{{3, 3, 3, 3}, {}};
   // Narrow lines are read whole at once.
-  const auto first = readWith(reader, {line(0, 10), line(1, 10), line(2, 10), line(3, 10)});
-  EXPECT_TRUE(first.hanLines.empty());
-  EXPECT_EQ(reader.reads.size(), 3u);
+  Sampling s(simplified_, traditional_, {3, 3, 3, 3});
+  const auto sample = s.read(rows(4, 10));
+  EXPECT_EQ(sample.linesWithHan, 0);
+  EXPECT_EQ(s.first.reads.size(), 3u);
+  EXPECT_TRUE(s.second.reads.empty());
 }
 
 }  // namespace
