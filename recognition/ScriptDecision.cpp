@@ -95,20 +95,15 @@ bool settled(const Votes& votes) {
 
 SampleReading readSample(const std::vector<Box>& sample, const SampleReader& first, const SampleReader& second) {
   SampleReading result;
-  int hanFree = 0;
-  for (const Box& b : sample) {
-    const int probeWidth = kProbeWidthInHeights * b.height();
+  for (size_t i = 0; i < sample.size(); ++i) {
+    const Box& b = sample[i];
     const bool probing = result.linesWithHan == 0;
-    if (probing && b.width() > probeWidth && first(b, probeWidth).han.count == 0) {
-      if (++hanFree >= kHanFreeLinesToGiveUp) break;
-      continue;
-    }
+    // No Han on any of the lines spread over the page: a page without it.
+    if (probing && i >= kSpreadLines) break;
+    const int probeWidth = kProbeWidthInHeights * b.height();
+    if (probing && b.width() > probeWidth && first(b, probeWidth).han.count == 0) continue;
     const HanReading one = first(b, kWholeLine);
-    if (one.han.count < kHanPerLine) {
-      if (++hanFree >= kHanFreeLinesToGiveUp && probing) break;
-      continue;
-    }
-    hanFree = 0;
+    if (one.han.count < kHanPerLine) continue;
     ++result.linesWithHan;
     HanReading other = second(b, kWholeLine);
     if (other.lines.empty()) other.lines.emplace_back();

@@ -133,13 +133,15 @@ struct SampleReading {
 bool settled(const Votes& votes);
 
 // Reads the sample in order, each line with the first model and, when it
-// holds Han (kHanPerLine characters or more), with the second: until the
-// votes are settled or the sample runs out. Until Han turns up only the
-// start of a line is read, and the page is taken to have none after
-// kHanFreeLinesToGiveUp lines in a row without it.
+// holds Han (kHanPerLine characters or more; fewer are stray misreadings),
+// with the second: until the votes are settled or the sample runs out.
+// Until Han turns up only the start of a line is read (kProbeWidthInHeights
+// times its height: a dozen Chinese characters), and the page is taken to
+// have none when none of the kSpreadLines lines spread over it shows any: a
+// page of Latin option lines between Chinese ones (a manual's) has Han, and
+// one without it costs eight short reads.
 SampleReading readSample(const std::vector<Box>& sample, const SampleReader& first, const SampleReader& second);
 constexpr int kHanPerLine = 4;
-constexpr int kHanFreeLinesToGiveUp = 3;
 constexpr int kProbeWidthInHeights = 12;
 
 // The decision, given both models' readings of the same lines with Han:

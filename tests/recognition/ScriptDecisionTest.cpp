@@ -276,12 +276,26 @@ TEST_F(ScriptDecision, DecidesOnWhatTheWholeSampleShowsWhenTheVotesNeverSettle) 
   EXPECT_EQ(kvo::recognition::decideScript(sample.first, sample.second), Script::first);
 }
 
-TEST_F(ScriptDecision, GivesUpAfterThreeLinesWithoutHan) {
-  Sampling s(simplified_, traditional_, {0, 0, 0, 30});
-  const auto sample = s.read(rows(4));
+TEST_F(ScriptDecision, TakesAPageForOneWithoutHanWhenNoneOfTheSpreadLinesShowsAny) {
+  // Twelve lines: the spread ones are rows 0, 2, 3, 5, 6, 8, 9, 11; rows 1
+  // and 10 hold Han but are not among them.
+  std::vector<int> han(12, 0);
+  han[1] = han[10] = 30;
+  Sampling s(simplified_, traditional_, han);
+  const auto sample = s.read(kvo::recognition::sampleOrder(rows(12)));
   EXPECT_EQ(sample.linesWithHan, 0);
-  EXPECT_EQ(s.first.reads.size(), 3u);
+  EXPECT_EQ(s.first.reads.size(), 8u);
   EXPECT_TRUE(s.second.reads.empty());
+}
+
+TEST_F(ScriptDecision, FindsHanOnTheLastSpreadLineAfterSevenWithout) {
+  // A manual's page: Latin option lines, then the Chinese line describing them.
+  std::vector<int> han(8, 0);
+  han[7] = 20;
+  Sampling s(simplified_, traditional_, han);
+  const auto sample = s.read(rows(8));
+  EXPECT_EQ(sample.linesWithHan, 1);
+  EXPECT_EQ(sample.votes.first, 20);
 }
 
 TEST_F(ScriptDecision, IgnoresLinesWithAFewStrayHan) {
@@ -289,7 +303,7 @@ TEST_F(ScriptDecision, IgnoresLinesWithAFewStrayHan) {
   Sampling s(simplified_, traditional_, {3, 3, 3, 3});
   const auto sample = s.read(rows(4, 10));
   EXPECT_EQ(sample.linesWithHan, 0);
-  EXPECT_EQ(s.first.reads.size(), 3u);
+  EXPECT_EQ(s.first.reads.size(), 4u);
   EXPECT_TRUE(s.second.reads.empty());
 }
 
