@@ -69,15 +69,25 @@ bool isSampleLine(const Box& b) {
 
 std::vector<Box> sampleOrder(const std::vector<Box>& lines) {
   std::vector<Box> sample;
-  const size_t spread = std::min(lines.size(), kSpreadLines);
   std::vector<bool> taken(lines.size(), false);
-  for (size_t i = 0; i < spread; ++i) {
-    const size_t k = (2 * i + 1) * lines.size() / (2 * spread);
-    sample.push_back(lines[k]);
-    taken[k] = true;
+  auto take = [&](size_t k) {
+    if (k < lines.size() && !taken[k]) {
+      sample.push_back(lines[k]);
+      taken[k] = true;
+    }
+  };
+  if (lines.size() > kSpreadLines) {
+    // Pairs of neighbours: a page whose lines alternate (a manual's option
+    // lines and the Chinese lines describing them) shows both kinds in
+    // each pair, where single lines at an even stride could all be of one.
+    const size_t pairs = kSpreadLines / 2;
+    for (size_t i = 0; i < pairs; ++i) {
+      const size_t k = std::min((2 * i + 1) * lines.size() / (2 * pairs), lines.size() - 2);
+      take(k);
+      take(k + 1);
+    }
   }
-  for (size_t k = 0; k < lines.size() && sample.size() < kMostSampleLines; ++k)
-    if (!taken[k]) sample.push_back(lines[k]);
+  for (size_t k = 0; k < lines.size() && sample.size() < kMostSampleLines; ++k) take(k);
   return sample;
 }
 

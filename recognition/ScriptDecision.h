@@ -107,8 +107,9 @@ Votes countVotes(const HanReading& first, const HanReading& second);
 bool isSampleLine(const Box& line);
 
 // The page's sampleable lines in the order they are sampled: first
-// kSpreadLines of them spread evenly over the page, then the others in page
-// order, at most kMostSampleLines in all.
+// kSpreadLines of them in pairs of neighbours spread evenly over the page
+// (all of them when there are no more), then the others in page order, at
+// most kMostSampleLines in all.
 std::vector<Box> sampleOrder(const std::vector<Box>& lines);
 constexpr size_t kSpreadLines = 8;
 constexpr size_t kMostSampleLines = 16;
@@ -138,8 +139,7 @@ bool settled(const Votes& votes);
 // Until Han turns up only the start of a line is read (kProbeWidthInHeights
 // times its height: a dozen Chinese characters), and the page is taken to
 // have none when none of the kSpreadLines lines spread over it shows any: a
-// page of Latin option lines between Chinese ones (a manual's) has Han, and
-// one without it costs eight short reads.
+// page without Han costs eight short reads.
 SampleReading readSample(const std::vector<Box>& sample, const SampleReader& first, const SampleReader& second);
 constexpr int kHanPerLine = 4;
 constexpr int kProbeWidthInHeights = 12;

@@ -92,6 +92,12 @@ class ScriptDecision : public ::testing::Test {
     for (int i = 0; i < count; ++i) lines.push_back(line(i, widthInHeights));
     return lines;
   }
+  // The rows of `count` lines in the order they are sampled.
+  static std::vector<int> sampledRows(int count) {
+    std::vector<int> order;
+    for (const Box& b : kvo::recognition::sampleOrder(rows(count))) order.push_back(b.top / 40);
+    return order;
+  }
   static kvo::recognition::Votes votes(int first, int second) {
     kvo::recognition::Votes v;
     v.first = first;
@@ -222,14 +228,21 @@ TEST_F(ScriptDecision, SamplesWideHorizontalLinesOnly) {
   EXPECT_FALSE(kvo::recognition::isSampleLine(Box{0, 0, 30, 300}));
 }
 
-TEST_F(ScriptDecision, SamplesLinesSpreadOverThePageFirstThenTheRestInPageOrder) {
-  std::vector<int> order;
-  for (const Box& b : kvo::recognition::sampleOrder(rows(32))) order.push_back(b.top / 40);
-  EXPECT_EQ(order, (std::vector<int>{2, 6, 10, 14, 18, 22, 26, 30, 0, 1, 3, 4, 5, 7, 8, 9}));
-  order.clear();
-  for (const Box& b : kvo::recognition::sampleOrder(rows(3))) order.push_back(b.top / 40);
-  EXPECT_EQ(order, (std::vector<int>{0, 1, 2}));
-  EXPECT_TRUE(kvo::recognition::sampleOrder({}).empty());
+TEST_F(ScriptDecision, SamplesPairsOfNeighboursSpreadOverThePageFirstThenTheRestInPageOrder) {
+  EXPECT_EQ(sampledRows(32), (std::vector<int>{4, 5, 12, 13, 20, 21, 28, 29, 0, 1, 2, 3, 6, 7, 8, 9}));
+  EXPECT_EQ(sampledRows(9), (std::vector<int>{1, 2, 3, 4, 5, 6, 7, 8, 0}));
+  EXPECT_EQ(sampledRows(3), (std::vector<int>{0, 1, 2}));
+  EXPECT_TRUE(sampledRows(0).empty());
+}
+
+TEST_F(ScriptDecision, FindsHanOnAPageWhoseLinesAlternateWithLatinOnes) {
+  // Sixteen lines, Han on the odd ones only: each pair holds one.
+  std::vector<int> han(16, 0);
+  for (size_t row = 1; row < han.size(); row += 2) han[row] = 20;
+  Sampling s(simplified_, traditional_, han);
+  const auto sample = s.read(kvo::recognition::sampleOrder(rows(16)));
+  EXPECT_EQ(sample.linesWithHan, 1);
+  EXPECT_EQ(s.first.reads.size(), 3u);  // row 2 probed; row 3 probed, then read whole
 }
 
 TEST_F(ScriptDecision, VotesSettleWhenChanceWouldSplitThemSoUnevenlyLessThanOnceInTwenty) {
@@ -277,10 +290,10 @@ TEST_F(ScriptDecision, DecidesOnWhatTheWholeSampleShowsWhenTheVotesNeverSettle) 
 }
 
 TEST_F(ScriptDecision, TakesAPageForOneWithoutHanWhenNoneOfTheSpreadLinesShowsAny) {
-  // Twelve lines: the spread ones are rows 0, 2, 3, 5, 6, 8, 9, 11; rows 1
-  // and 10 hold Han but are not among them.
+  // Twelve lines: the spread ones are rows 1, 2, 4, 5, 7, 8, 10, 11; rows 0
+  // and 6 hold Han but are not among them.
   std::vector<int> han(12, 0);
-  han[1] = han[10] = 30;
+  han[0] = han[6] = 30;
   Sampling s(simplified_, traditional_, han);
   const auto sample = s.read(kvo::recognition::sampleOrder(rows(12)));
   EXPECT_EQ(sample.linesWithHan, 0);
