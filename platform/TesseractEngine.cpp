@@ -223,8 +223,11 @@ Script TesseractEngine::State::chooseScript(const std::vector<Box>& layout, cons
     tesseract::TessBaseAPI* api = reader(code, ReaderKind::line);
     if (api == nullptr) return nullptr;
     const ScriptForms& codeForms = forms(code);
-    return [&grey, width, height, resolution, api, &codeForms](const Box& b, int widest) {
+    // A reader that fails to load drops all the others, this one's `api`
+    // with them: once `failed` is set, no line is read.
+    return [this, &grey, width, height, resolution, api, &codeForms](const Box& b, int widest) {
       HanReading reading;
+      if (failed) return reading;
       const Box region = recognition::sampleRegion(b, width, widest);
       if (tesseract_reading::recognizeRegion(*api, grey, width, height, region, resolution))
         reading = tesseract_reading::hanReading(*api, codeForms);
