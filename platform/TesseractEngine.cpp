@@ -232,7 +232,6 @@ Script TesseractEngine::State::chooseScript(const std::vector<Box>& layout, cons
       if (tesseract_reading::recognizeRegion(*api, grey, width, height, region, resolution))
         reading = tesseract_reading::hanReading(*api, codeForms);
       api->Clear();
-      if (reading.lines.empty()) reading.lines.emplace_back();
       return reading;
     };
   };

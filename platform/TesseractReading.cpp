@@ -28,8 +28,6 @@ bool recognizeRegion(tesseract::TessBaseAPI& api, const GreyImage& grey, int wid
 // The Han characters of what `api` recognised last.
 HanReading hanReading(tesseract::TessBaseAPI& api, const ScriptForms& forms) {
   HanReading reading;
-  // One line, even with no Han on it: the lines of two models' readings pair up by position.
-  reading.lines.emplace_back();
   std::unique_ptr<tesseract::ResultIterator> it(api.GetIterator());
   if (!it || it->Empty(tesseract::RIL_SYMBOL)) return reading;
   do {

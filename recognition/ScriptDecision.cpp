@@ -112,11 +112,13 @@ SampleReading readSample(const std::vector<Box>& sample, const SampleReader& fir
     if (probing && i >= kSpreadLines) break;
     const int probeWidth = kProbeWidthInHeights * b.height();
     if (probing && b.width() > probeWidth && first(b, probeWidth).han.count == 0) continue;
-    const HanReading one = first(b, kWholeLine);
+    HanReading one = first(b, kWholeLine);
     if (one.han.count < kHanPerLine) continue;
     ++result.linesWithHan;
     HanReading other = second(b, kWholeLine);
-    if (other.lines.empty()) other.lines.emplace_back();
+    // One line each, even one with no Han: the readings' lines pair up by position.
+    for (HanReading* reading : {&one, &other})
+      if (reading->lines.empty()) reading->lines.emplace_back();
     const Votes votes = countVotes(one, other);
     result.votes.first += votes.first;
     result.votes.second += votes.second;

@@ -114,8 +114,8 @@ std::vector<Box> sampleOrder(const std::vector<Box>& lines);
 constexpr size_t kSpreadLines = 8;
 constexpr size_t kMostSampleLines = 16;
 
-// Reads one sample line with one model, at most `widest` pixels of it: a
-// reading of one line (`lines` holds one, empty when nothing was read).
+// Reads one sample line with one model, at most `widest` pixels of it
+// (`lines` holds at most one; readSample pairs the two models' lines).
 using SampleReader = std::function<HanReading(const Box& line, int widest)>;
 constexpr int kWholeLine = std::numeric_limits<int>::max();
 
