@@ -67,7 +67,11 @@ std::optional<Box> runRegion(const ReadLine& line, LatinRun run, int width, int 
   const Box& lb = line.box;
   const size_t i = run.begin, end = run.end;
   const int pad = linePadding(lb);
-  int left = line.boxes[i].left - pad, right = line.boxes[end - 1].right + pad;
+  // A run that starts or ends the line reaches the line's edge: a word's box
+  // is where the recogniser placed its characters, which can fall short of
+  // its ink, and no other word lies beyond it.
+  int left = (i == 0 ? std::min(lb.left, line.boxes[i].left) : line.boxes[i].left) - pad;
+  int right = (end == line.words.size() ? std::max(lb.right, line.boxes[end - 1].right) : line.boxes[end - 1].right) + pad;
   if (i > 0) left = std::max(left, (line.boxes[i - 1].right + line.boxes[i].left) / 2);
   if (end < line.words.size()) right = std::min(right, (line.boxes[end - 1].right + line.boxes[end].left) / 2);
   left = std::max(left, 0);
@@ -95,23 +99,88 @@ double meanConfidence(const std::vector<float>& confidences, size_t begin, size_
   return begin == end ? 0.0 : sum / static_cast<double>(end - begin);
 }
 
-bool replaceRun(ReadLine& line, LatinRun run, ReadLine again, const InkBits* page) {
-  const size_t i = run.begin, end = run.end;
-  if (again.words.empty() || meanConfidence(again.confidences, 0, again.confidences.size()) <=
-                                 meanConfidence(line.confidences, i, end) + kLatinRereadMargin)
-    return false;
-  again.words.front().gapBefore = line.words[i].gapBefore;
+namespace {
+
+// Replaces words [begin, end) of `line` with the words [from, to) of `again`,
+// which keep the first replaced word's blank before them; remeasures the
+// blank after them.
+void replaceWords(ReadLine& line, size_t begin, size_t end, ReadLine& again, size_t from, size_t to,
+                  const InkBits* page) {
+  again.words[from].gapBefore = line.words[begin].gapBefore;
   auto replace = [&](auto& into, auto& with) {
-    into.erase(into.begin() + static_cast<std::ptrdiff_t>(i), into.begin() + static_cast<std::ptrdiff_t>(end));
-    into.insert(into.begin() + static_cast<std::ptrdiff_t>(i), with.begin(), with.end());
+    into.erase(into.begin() + static_cast<std::ptrdiff_t>(begin), into.begin() + static_cast<std::ptrdiff_t>(end));
+    into.insert(into.begin() + static_cast<std::ptrdiff_t>(begin), with.begin() + static_cast<std::ptrdiff_t>(from),
+                with.begin() + static_cast<std::ptrdiff_t>(to));
   };
   replace(line.words, again.words);
   replace(line.boxes, again.boxes);
   replace(line.confidences, again.confidences);
-  const size_t next = i + again.words.size();
+  const size_t next = begin + (to - from);
   if (next < line.words.size())
     line.words[next].gapBefore = blankBetween(page, line.box, line.boxes[next - 1], line.boxes[next]);
-  return true;
+}
+
+int horizontalOverlap(const Box& a, const Box& b) { return std::min(a.right, b.right) - std::max(a.left, b.left); }
+
+// The characters (code points) of words [begin, end).
+size_t characters(const std::vector<Word>& words, size_t begin, size_t end) {
+  size_t count = 0;
+  for (size_t k = begin; k < end; ++k)
+    for (const char ch : words[k].text) count += (static_cast<unsigned char>(ch) & 0xC0) != 0x80;
+  return count;
+}
+
+// Whether words [from, to) of `again` read the ink of words [begin, end) of
+// `line` clearly better: more confident by the margin, and accounting for
+// at least half as many characters (a region cut short by a misplaced word
+// box holds only a piece of the run, which a reading can be sure of).
+bool clearlyBetter(const ReadLine& line, size_t begin, size_t end, const ReadLine& again, size_t from, size_t to) {
+  return from < to && 2 * characters(again.words, from, to) >= characters(line.words, begin, end) &&
+         meanConfidence(again.confidences, from, to) > meanConfidence(line.confidences, begin, end) + kLatinRereadMargin;
+}
+
+}  // namespace
+
+bool replaceRun(ReadLine& line, LatinRun run, ReadLine again, const InkBits* page) {
+  const size_t i = run.begin, end = run.end;
+  if (clearlyBetter(line, i, end, again, 0, again.words.size())) {
+    replaceWords(line, i, end, again, 0, again.words.size(), page);
+    return true;
+  }
+  // Piece by piece: the new words and the old ones their boxes overlap
+  // (the nearest old word for a new word that overlaps none) make pieces of
+  // the line, and a piece's new words replace its old ones when they are
+  // clearly better. A new word across two old ones joins them into one piece.
+  struct Piece {
+    size_t begin, end, from, to;  // old words [begin, end), new words [from, to)
+  };
+  std::vector<Piece> pieces;
+  for (size_t j = 0; j < again.words.size(); ++j) {
+    size_t first = end, last = i, nearest = i;
+    for (size_t k = i; k < end; ++k) {
+      const int overlap = horizontalOverlap(again.boxes[j], line.boxes[k]);
+      if (overlap > 0) {
+        first = std::min(first, k);
+        last = std::max(last, k);
+      }
+      if (overlap > horizontalOverlap(again.boxes[j], line.boxes[nearest])) nearest = k;
+    }
+    if (first == end) first = last = nearest;
+    if (!pieces.empty() && first < pieces.back().end) {
+      pieces.back().end = std::max(pieces.back().end, last + 1);
+      pieces.back().to = j + 1;
+    } else {
+      pieces.push_back({first, last + 1, j, j + 1});
+    }
+  }
+  bool changed = false;
+  // From the last piece to the first, so the earlier ones keep their indices.
+  for (auto piece = pieces.rbegin(); piece != pieces.rend(); ++piece) {
+    if (!clearlyBetter(line, piece->begin, piece->end, again, piece->from, piece->to)) continue;
+    replaceWords(line, piece->begin, piece->end, again, piece->from, piece->to, page);
+    changed = true;
+  }
+  return changed;
 }
 
 }  // namespace kvo::recognition

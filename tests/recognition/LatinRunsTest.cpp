@@ -94,6 +94,48 @@ TEST_F(LatinRuns, KeepsTheNewReadingOnlyWhenClearlyMoreConfident) {
   EXPECT_FALSE(kvo::recognition::replaceRun(l, {1, 3}, ReadLine{}, nullptr));
 }
 
+TEST_F(LatinRuns, ReachesTheLineEdgeWhenTheRunEndsOrStartsTheLine) {
+  // The recogniser placed the last word's characters short of the line's end.
+  ReadLine l = line({"更改为", "\"root\"。"}, {90, 45});
+  l.boxes[1] = Box{60, 100, 75, 130};
+  const auto end = kvo::recognition::runRegion(l, {1, 2}, 1000, 1000);
+  ASSERT_TRUE(end.has_value());
+  EXPECT_EQ(end->right, 100 + 7);
+  l = line({"ls", "命令"}, {60, 90});
+  l.box.left = 0;
+  l.boxes[0] = Box{20, 100, 40, 130};
+  const auto start = kvo::recognition::runRegion(l, {0, 1}, 1000, 1000);
+  ASSERT_TRUE(start.has_value());
+  EXPECT_EQ(start->left, 0);
+}
+
+TEST_F(LatinRuns, ReplacesTheWordsANewReadingIsClearlyBetterAtOneByOne) {
+  // The run as a whole is no better by the margin; its last word is.
+  ReadLine l = line({"chown", "-hR", "root", "ua"}, {92, 82, 91, 0});
+  const ReadLine again = line({"chown", "-hR", "root", "/u"}, {93, 60, 89, 89});
+  ASSERT_TRUE(kvo::recognition::replaceRun(l, {0, 4}, again, nullptr));
+  EXPECT_EQ(texts(l), (std::vector<std::string>{"chown", "-hR", "root", "/u"}));
+  EXPECT_EQ(l.confidences, (std::vector<float>{92, 82, 91, 89}));
+}
+
+TEST_F(LatinRuns, ReplacesOldWordsANewWordSpansTogether) {
+  ReadLine l = line({"date", "-date=TZ=", "America”", "next"}, {90, 83, 26, 90});
+  ReadLine again = line({"date", "--date=\"TZ=\"America\"", "next"}, {93, 83, 91});
+  again.boxes[1] = Box{50, 100, 140, 130};
+  again.boxes[2] = Box{150, 100, 190, 130};
+  ASSERT_TRUE(kvo::recognition::replaceRun(l, {0, 4}, again, nullptr));
+  EXPECT_EQ(texts(l), (std::vector<std::string>{"date", "--date=\"TZ=\"America\"", "next"}));
+}
+
+TEST_F(LatinRuns, RejectsAReadingOfOnlyAPieceOfTheRun) {
+  // A region cut short holds the full stop alone, read with confidence.
+  ReadLine l = line({"更改为", "\"root\"。"}, {90, 45});
+  ReadLine again = line({"°"}, {82});
+  again.boxes[0] = Box{60, 100, 75, 130};
+  EXPECT_FALSE(kvo::recognition::replaceRun(l, {1, 2}, again, nullptr));
+  EXPECT_EQ(texts(l), (std::vector<std::string>{"更改为", "\"root\"。"}));
+}
+
 TEST_F(LatinRuns, KeepsTheBlankBeforeTheRunAndRemeasuresTheOneAfter) {
   ReadLine l = line({"使用", "1s", "命令"}, {90, 10, 90});
   l.words[1].gapBefore = 17;
