@@ -11,6 +11,8 @@
 #include <goo/gmem.h>
 #include <splash/SplashBitmap.h>
 #include <splash/SplashTypes.h>
+#include <Stream.h>
+#include <XRef.h>
 
 #include <algorithm>
 #include <climits>
@@ -80,6 +82,45 @@ class PageRenderer final : public SplashOutputDev {
  private:
   bool started_ = false;
 };
+
+// Content streams are parsed for drawing operators. One decoded through an
+// image filter (JBIG2, JPEG, JPEG 2000, CCITT fax) yields image samples and
+// holds none: whatever it decodes to draws nothing. Decoding it can still cost minutes and
+// gigabytes (a JBIG2 "bomb" declares a bitmap of 100,000 × 100,000 pixels),
+// so each such stream of a page is replaced, in the document's memory only,
+// by an empty one before the page is drawn or its text is read.
+void emptyImageContentStreams(XRef& xref, Page& page) {
+  static const char kNothing[] = "";
+  Object pageObject = xref.fetch(page.getRef());
+  if (!pageObject.isDict()) return;
+  std::vector<Ref> streams;
+  auto collect = [&](const Object& entry) {
+    if (entry.isRef()) streams.push_back(entry.getRef());
+  };
+  Object contents = pageObject.dictLookupNF("Contents").copy();
+  if (contents.isRef()) {
+    Object target = xref.fetch(contents.getRef());
+    if (!target.isArray()) collect(contents);
+    else contents = std::move(target);
+  }
+  if (contents.isArray())
+    for (int i = 0; i < contents.arrayGetLength(); ++i) collect(contents.arrayGetNF(i));
+  for (const Ref& ref : streams) {
+    Object stream = xref.fetch(ref);
+    if (!stream.isStream()) continue;
+    Object filters = stream.streamGetDict()->lookup("Filter");
+    bool image = false;
+    if (filters.isName()) image = PopplerPdfLibrary::decodesToImage(filters.getName());
+    if (filters.isArray())
+      for (int i = 0; i < filters.arrayGetLength(); ++i) {
+        Object name = filters.arrayGet(i);
+        image = image || (name.isName() && PopplerPdfLibrary::decodesToImage(name.getName()));
+      }
+    if (!image) continue;
+    Object empty(static_cast<Stream*>(new MemStream(kNothing, 0, 0, Object(new Dict(&xref)))));
+    xref.setModifiedObject(&empty, ref);
+  }
+}
 
 bool fitsInInt(double value) { return std::isfinite(value) && value >= INT_MIN && value <= INT_MAX; }
 
@@ -195,6 +236,7 @@ class PopplerDocument final : public PdfDocument {
     const int number = static_cast<int>(index) + 1;
     Page* page = doc_->getPage(number);
     if (page == nullptr || !page->isOk()) return nullptr;
+    if (doc_->getXRef() != nullptr) emptyImageContentStreams(*doc_->getXRef(), *page);
     return std::make_unique<PopplerPage>(doc_, page, number);
   }
 
@@ -205,6 +247,12 @@ class PopplerDocument final : public PdfDocument {
 }  // namespace
 
 PopplerPdfLibrary::PopplerPdfLibrary() { setUpPopplerOnce(); }
+
+bool PopplerPdfLibrary::decodesToImage(const std::string& filter) {
+  // The full names and the abbreviations inline images use.
+  static const char* const kImageFilters[] = {"JBIG2Decode", "DCTDecode", "DCT", "JPXDecode", "CCITTFaxDecode", "CCF"};
+  return std::find(std::begin(kImageFilters), std::end(kImageFilters), filter) != std::end(kImageFilters);
+}
 
 std::unique_ptr<PdfDocument> PopplerPdfLibrary::open(const std::string& path) {
   // No password given: Poppler then tries the empty one, so a document

@@ -21,6 +21,12 @@ class PopplerPdfLibrary final : public PdfLibrary {
  public:
   PopplerPdfLibrary();
   std::unique_ptr<PdfDocument> open(const std::string& path) override;
+
+  // Whether a stream filter of this name decodes to image samples (JBIG2,
+  // JPEG, JPEG 2000, CCITT fax). A page's content stream through one holds
+  // no drawing operators: pages draw and read as if it were empty, without
+  // decoding it.
+  static bool decodesToImage(const std::string& filter);
 };
 
 }  // namespace kvo

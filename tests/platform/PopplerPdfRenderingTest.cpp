@@ -90,6 +90,20 @@ TEST_F(PopplerPdfLibrary, DrawsRotatedPagesUnrotatedAtTheRequestedSize) {
   }
 }
 
+TEST_F(PopplerPdfLibrary, DrawsTheRestOfAPageOneOfWhoseContentStreamsDecodesToAnImage) {
+  auto p = page("pdf_image_filtered_content.pdf");
+  ASSERT_NE(p, nullptr);
+  expectOnlyBlock(renderFilling(*p, 612, 792), {0, 752, 120, 792});
+}
+
+TEST_F(PopplerPdfLibrary, KnowsTheFiltersThatDecodeToImageSamples) {
+  for (const char* image : {"JBIG2Decode", "DCTDecode", "DCT", "JPXDecode", "CCITTFaxDecode", "CCF"})
+    EXPECT_TRUE(kvo::PopplerPdfLibrary::decodesToImage(image)) << image;
+  for (const char* other : {"FlateDecode", "LZWDecode", "ASCII85Decode", "ASCIIHexDecode", "RunLengthDecode", "Crypt",
+                            "jbig2decode", ""})
+    EXPECT_FALSE(kvo::PopplerPdfLibrary::decodesToImage(other)) << other;
+}
+
 TEST_F(PopplerPdfLibrary, DrawsMediaBoxNotCropBox) {
   auto p = page("pdf_crop_box.pdf");
   ASSERT_NE(p, nullptr);
