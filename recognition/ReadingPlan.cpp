@@ -66,6 +66,9 @@ ReadingPlan ReadingPlan::forModels(const std::string& joined) {
     if (code != plan.first && code != plan.second) latin.push_back(code);
   }
   plan.layout = plan.first;
+  // On a page without Han the Latin models read first; the Chinese one
+  // reads only the words they are unsure of.
+  std::stable_partition(withoutHan.begin(), withoutHan.end(), [&](const std::string& code) { return code != plan.first; });
   plan.withoutHan = joinCodes(withoutHan);
   plan.latin = joinCodes(latin);
   return plan;

@@ -27,7 +27,7 @@ enum class Script { noHan, first, second };
 // first model reads: `first` alone when both Chinese models are requested
 // (it reads a Chinese page in that script anyway, so one loaded model serves
 // all three), all requested models otherwise. `withoutHan` reads a page with
-// no Han: all requested models but `second`. `latin` re-reads the Latin runs
+// no Han: all requested models but `second`, the Latin ones first. `latin` re-reads the Latin runs
 // of a Chinese page: the requested models but the Chinese ones.
 struct ReadingPlan {
   std::string first, second, layout, withoutHan, latin;

@@ -58,7 +58,8 @@ TEST_F(ReadingPlan, ChoosesBetweenBothChineseModelsInRequestOrder) {
   EXPECT_EQ(p.first, "chi_sim");
   EXPECT_EQ(p.second, "chi_tra");
   EXPECT_EQ(p.layout, "chi_sim");
-  EXPECT_EQ(p.withoutHan, "chi_sim+eng");
+  // A page without Han is read with the Latin models first.
+  EXPECT_EQ(p.withoutHan, "eng+chi_sim");
   EXPECT_EQ(p.latin, "eng");
 
   const auto q = plan("eng+chi_tra+chi_sim");
@@ -81,7 +82,7 @@ TEST_F(ReadingPlan, ReadsAChinesePageWithTheChosenModelAloneAndAnyOtherWithAllBu
   const auto p = plan("chi_sim+chi_tra+eng");
   EXPECT_EQ(p.pageModels(Script::first), "chi_sim");
   EXPECT_EQ(p.pageModels(Script::second), "chi_tra");
-  EXPECT_EQ(p.pageModels(Script::noHan), "chi_sim+eng");
+  EXPECT_EQ(p.pageModels(Script::noHan), "eng+chi_sim");
 }
 
 }  // namespace
