@@ -108,14 +108,14 @@ void emptyImageContentStreams(XRef& xref, Page& page) {
   for (const Ref& ref : streams) {
     Object stream = xref.fetch(ref);
     if (!stream.isStream()) continue;
-    Object filters = stream.streamGetDict()->lookup("Filter");
-    bool image = false;
-    if (filters.isName()) image = PopplerPdfLibrary::decodesToImage(filters.getName());
-    if (filters.isArray())
-      for (int i = 0; i < filters.arrayGetLength(); ++i) {
-        Object name = filters.arrayGet(i);
-        image = image || (name.isName() && PopplerPdfLibrary::decodesToImage(name.getName()));
-      }
+    // /Filter is one name or an array of them.
+    auto decodesToImage = [](const Object& name) {
+      return name.isName() && PopplerPdfLibrary::decodesToImage(name.getName());
+    };
+    const Object filters = stream.streamGetDict()->lookup("Filter");
+    bool image = decodesToImage(filters);
+    for (int i = 0; filters.isArray() && i < filters.arrayGetLength() && !image; ++i)
+      image = decodesToImage(filters.arrayGet(i));
     if (!image) continue;
     Object empty(static_cast<Stream*>(new MemStream(kNothing, 0, 0, Object(new Dict(&xref)))));
     xref.setModifiedObject(&empty, ref);

@@ -51,6 +51,13 @@ bool allPunctuation(const std::string& s) {
   return true;
 }
 
+size_t codePointCount(const std::string& s) {
+  size_t count = 0;
+  const auto length = static_cast<int32_t>(s.size());
+  for (int32_t i = 0; i < length; ++count) U8_FWD_1(s.data(), i, length);
+  return count;
+}
+
 UChar32 firstCodePoint(const std::string& s) {
   int32_t i = 0;
   UChar32 c = 0;

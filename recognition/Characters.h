@@ -2,6 +2,7 @@
 
 #include <unicode/umachine.h>
 
+#include <cstddef>
 #include <string>
 
 namespace kvo::recognition {
@@ -20,6 +21,9 @@ bool isCjkPunctuation(UChar32 c);
 bool isChinese(UChar32 c);
 // Every character of `s` is punctuation (false for malformed UTF-8).
 bool allPunctuation(const std::string& s);
+
+// The code points of UTF-8 text (a malformed sequence counts as one).
+size_t codePointCount(const std::string& s);
 
 // The first and last code points of UTF-8 text (0 for empty text, negative
 // for a malformed sequence).

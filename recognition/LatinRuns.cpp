@@ -125,8 +125,7 @@ int horizontalOverlap(const Box& a, const Box& b) { return std::min(a.right, b.r
 // The characters (code points) of words [begin, end).
 size_t characters(const std::vector<Word>& words, size_t begin, size_t end) {
   size_t count = 0;
-  for (size_t k = begin; k < end; ++k)
-    for (const char ch : words[k].text) count += (static_cast<unsigned char>(ch) & 0xC0) != 0x80;
+  for (size_t k = begin; k < end; ++k) count += codePointCount(words[k].text);
   return count;
 }
 
