@@ -251,7 +251,8 @@ Script TesseractEngine::State::chooseScript(const std::vector<Box>& layout, cons
 
 bool TesseractEngine::State::rereadLatinRuns(ReadLine& line, const std::string& languages, const GreyImage& grey,
                                              const InkBits* ink, int width, int height, int resolution) {
-  const std::vector<recognition::LatinRun> runs = recognition::latinRuns(line.words);
+  const std::vector<recognition::LatinRun> runs =
+      recognition::latinRuns(line.words, std::min(line.box.width(), line.box.height()));
   if (runs.empty()) return true;
   tesseract::TessBaseAPI* api = reader(languages, ReaderKind::line);
   if (api == nullptr) return false;

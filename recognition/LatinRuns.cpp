@@ -8,6 +8,7 @@
 #include <string>
 
 #include "recognition/Characters.h"
+#include "recognition/LineText.h"
 
 namespace kvo::recognition {
 
@@ -22,7 +23,8 @@ constexpr int kLeastRunRegionSide = 4;
 
 // What a word read by a Chinese model is made of.
 struct WordMakeUp {
-  bool han = false;
+  int han = 0;  // Han characters
+  bool chinese = false;  // Han or fullwidth CJK punctuation
   bool latin = false;
 };
 
@@ -35,7 +37,8 @@ WordMakeUp makeUpOf(const std::string& word) {
     U8_NEXT(word.data(), i, length, c);
     if (c < 0) continue;
     UErrorCode status = U_ZERO_ERROR;
-    if (isHan(c)) makeUp.han = true;
+    if (isHan(c)) ++makeUp.han;
+    if (isChinese(c)) makeUp.chinese = true;
     if (u_isalpha(c) && uscript_getScript(c, &status) == USCRIPT_LATIN) makeUp.latin = true;
   }
   return makeUp;
@@ -47,16 +50,31 @@ bool rereadsLine(const ReadLine& line) {
   return line.placed && line.box.width() >= line.box.height() && line.box.height() >= kLeastRereadHeight;
 }
 
-std::vector<LatinRun> latinRuns(const std::vector<Word>& words) {
+std::vector<LatinRun> latinRuns(const std::vector<Word>& words, int lineThickness) {
+  std::vector<WordMakeUp> makeUps;
+  makeUps.reserve(words.size());
+  for (const Word& word : words) makeUps.push_back(makeUpOf(word.text));
+  // Whether the blank before word j (j may be the end) parts Chinese from
+  // Chinese: the line's edge, a word with no Han nor CJK punctuation on
+  // either side of it, or a blank the text writes as a space.
+  auto apartBefore = [&](size_t j) {
+    return j == 0 || j == words.size() || !makeUps[j - 1].chinese || !makeUps[j].chinese ||
+           spacedHanBlank(words[j].gapBefore, lineThickness);
+  };
   std::vector<LatinRun> runs;
   for (size_t i = 0; i < words.size();) {
-    const WordMakeUp first = makeUpOf(words[i].text);
-    if (first.han || !first.latin) {
+    const WordMakeUp& first = makeUps[i];
+    if (first.han == 1 && !first.latin && apartBefore(i) && apartBefore(i + 1)) {
+      runs.push_back({i, i + 1});
+      ++i;
+      continue;
+    }
+    if (first.han > 0 || !first.latin) {
       ++i;
       continue;
     }
     size_t end = i + 1;
-    while (end < words.size() && !makeUpOf(words[end].text).han) ++end;
+    while (end < words.size() && makeUps[end].han == 0) ++end;
     runs.push_back({i, end});
     i = end;
   }

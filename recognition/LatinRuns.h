@@ -14,7 +14,12 @@ namespace kvo::recognition {
 // and the new reading replaces the old where it is clearly more confident.
 
 // Words [begin, end) of a line: one with Latin letters and no Han, and the
-// words without Han after it. Han stands between two runs.
+// words without Han after it. Han stands between two runs. A word of one Han
+// character standing apart is a run of its own: Chinese sets its characters
+// solid, so a lone one with a blank on each side that the text writes as a
+// space (or the line's edge, or a word with no Han nor CJK punctuation,
+// beside it) is as likely Latin a Chinese model took for Han (`it` read as
+// 让) as a character.
 struct LatinRun {
   size_t begin = 0, end = 0;
 };
@@ -22,8 +27,9 @@ struct LatinRun {
 // Whether a line's runs are read again: placed, horizontal and tall enough.
 bool rereadsLine(const ReadLine& line);
 
-// The runs of a line, left to right.
-std::vector<LatinRun> latinRuns(const std::vector<Word>& words);
+// The runs of a line whose horizontal text is `lineThickness` pixels high,
+// left to right.
+std::vector<LatinRun> latinRuns(const std::vector<Word>& words, int lineThickness);
 
 // The region a run is read again from: the whole height of the line with
 // some blank around it but none of the words next to it, clipped to the

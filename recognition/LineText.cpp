@@ -129,6 +129,8 @@ void widenPunctuation(std::vector<Word>& words, int lineThickness, std::vector<b
 
 }  // namespace
 
+bool spacedHanBlank(int gap, int lineThickness) { return gap > kSolidGap * std::max(lineThickness, 1); }
+
 std::string joinLineWords(const std::vector<Word>& lineWords, int lineThickness) {
   std::vector<Word> words = lineWords;
   std::vector<bool> widened;
@@ -150,9 +152,9 @@ std::string joinLineWords(const std::vector<Word>& lineWords, int lineThickness)
         // A full-width mark carries its own blank.
         space = false;
       } else if (cjkBoundary) {
-        const double allowed = (isPunctuation(before) || isPunctuation(after) ? kSolidGapNextToPunctuation : kSolidGap) *
-                               std::max(lineThickness, 1);
-        space = word.gapBefore > allowed;
+        space = isPunctuation(before) || isPunctuation(after)
+                    ? word.gapBefore > kSolidGapNextToPunctuation * std::max(lineThickness, 1)
+                    : spacedHanBlank(word.gapBefore, lineThickness);
       }
       if (space) text += ' ';
     }

@@ -23,4 +23,9 @@ struct Word {
 // punctuation among Latin letters and digits is never widened.
 std::string joinLineWords(const std::vector<Word>& words, int lineThickness);
 
+// Whether a blank of `gap` pixels between two Han characters is written as
+// a space: more than half the line's thickness. Chinese sets its characters
+// solid, so a wider blank is one the text itself holds.
+bool spacedHanBlank(int gap, int lineThickness);
+
 }  // namespace kvo::recognition

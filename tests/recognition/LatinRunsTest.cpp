@@ -27,11 +27,12 @@ class LatinRuns : public ::testing::Test {
     }
     return l;
   }
-  static std::vector<std::pair<size_t, size_t>> runs(const std::vector<std::string>& words) {
+  // The runs of a line 30 pixels thick whose words stand `gap` pixels apart.
+  static std::vector<std::pair<size_t, size_t>> runs(const std::vector<std::string>& words, int gap = 0) {
     std::vector<kvo::recognition::Word> w;
-    for (const auto& text : words) w.push_back({text, 0});
+    for (const auto& text : words) w.push_back({text, w.empty() ? 0 : gap});
     std::vector<std::pair<size_t, size_t>> found;
-    for (const LatinRun& r : kvo::recognition::latinRuns(w)) found.emplace_back(r.begin, r.end);
+    for (const LatinRun& r : kvo::recognition::latinRuns(w, 30)) found.emplace_back(r.begin, r.end);
     return found;
   }
   static std::vector<std::string> texts(const ReadLine& l) {
@@ -44,13 +45,32 @@ class LatinRuns : public ::testing::Test {
 TEST_F(LatinRuns, StartAtLatinLettersAndEndBeforeHan) {
   using Runs = std::vector<std::pair<size_t, size_t>>;
   EXPECT_EQ(runs({"使用", "ls", "-l", "命令"}), (Runs{{1, 3}}));
-  EXPECT_EQ(runs({"a", "中", "12", "b", "c"}), (Runs{{0, 1}, {3, 5}}));
+  EXPECT_EQ(runs({"a", "中文", "12", "b", "c"}), (Runs{{0, 1}, {3, 5}}));
   // Digits and punctuation alone start none; a word mixing Han and Latin ends one.
   EXPECT_EQ(runs({"12", "-", "中文"}), Runs{});
   EXPECT_EQ(runs({"see", "ls命令", "x"}), (Runs{{0, 1}, {2, 3}}));
   // Latin letters are Latin script: Greek and full-width forms are not.
-  EXPECT_EQ(runs({"αβγ", "中"}), Runs{});
-  EXPECT_EQ(runs({"é", "中"}), (Runs{{0, 1}}));
+  EXPECT_EQ(runs({"αβγ", "中文"}), Runs{});
+  EXPECT_EQ(runs({"é", "中文"}), (Runs{{0, 1}}));
+}
+
+TEST_F(LatinRuns, TakeALoneHanCharacterStandingApartForARunOfItsOwn) {
+  using Runs = std::vector<std::pair<size_t, size_t>>;
+  // Set solid among Han (blanks of at most half the line's thickness): Chinese.
+  EXPECT_EQ(runs({"我将", "各", "及其"}, 15), Runs{});
+  // A blank the text writes as a space on each side: `/u` taken for Han.
+  EXPECT_EQ(runs({"我将", "各", "及其"}, 16), (Runs{{1, 2}}));
+  // Beside the line's edges and words without Han it stands apart too,
+  // punctuation and all; a Latin run ends before it.
+  EXPECT_EQ(runs({"让", ".There", "is"}), (Runs{{0, 1}, {1, 3}}));
+  EXPECT_EQ(runs({"~", "有,", "--si"}), (Runs{{1, 2}, {2, 3}}));
+  EXPECT_EQ(runs({"David", "和", "Jim"}), (Runs{{0, 1}, {1, 2}, {2, 3}}));
+  // Two Han characters, or one with Latin letters, are no lone character.
+  EXPECT_EQ(runs({"x", "中文", "y"}, 16), (Runs{{0, 1}, {2, 3}}));
+  EXPECT_EQ(runs({"中", "文"}, 15), Runs{});
+  // CJK punctuation is Chinese: set solid beside it, a character is not alone.
+  EXPECT_EQ(runs({"写", "。"}, 15), Runs{});
+  EXPECT_EQ(runs({"写", "。"}, 16), (Runs{{0, 1}}));
 }
 
 TEST_F(LatinRuns, RereadsPlacedHorizontalLinesOnly) {
