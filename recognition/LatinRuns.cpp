@@ -73,9 +73,12 @@ std::vector<LatinRun> latinRuns(const std::vector<Word>& words, int lineThicknes
       ++i;
       continue;
     }
+    size_t begin = i;
+    const size_t previousEnd = runs.empty() ? 0 : runs.back().end;
+    while (begin > previousEnd && !makeUps[begin - 1].chinese) --begin;
     size_t end = i + 1;
     while (end < words.size() && makeUps[end].han == 0) ++end;
-    runs.push_back({i, end});
+    runs.push_back({begin, end});
     i = end;
   }
   return runs;
