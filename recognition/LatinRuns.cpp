@@ -26,6 +26,7 @@ struct WordMakeUp {
   int han = 0;  // Han characters
   bool chinese = false;  // Han or fullwidth CJK punctuation
   bool latin = false;
+  bool digit = false;  // an ASCII digit
 };
 
 WordMakeUp makeUpOf(const std::string& word) {
@@ -39,6 +40,7 @@ WordMakeUp makeUpOf(const std::string& word) {
     UErrorCode status = U_ZERO_ERROR;
     if (isHan(c)) ++makeUp.han;
     if (isChinese(c)) makeUp.chinese = true;
+    if (c >= '0' && c <= '9') makeUp.digit = true;
     if (u_isalpha(c) && uscript_getScript(c, &status) == USCRIPT_LATIN) makeUp.latin = true;
   }
   return makeUp;
@@ -75,7 +77,7 @@ std::vector<LatinRun> latinRuns(const std::vector<Word>& words, int lineThicknes
     }
     size_t begin = i;
     const size_t previousEnd = runs.empty() ? 0 : runs.back().end;
-    while (begin > previousEnd && !makeUps[begin - 1].chinese) --begin;
+    while (begin > previousEnd && makeUps[begin - 1].digit && !makeUps[begin - 1].chinese) --begin;
     size_t end = i + 1;
     while (end < words.size() && makeUps[end].han == 0) ++end;
     runs.push_back({begin, end});

@@ -14,9 +14,12 @@ namespace kvo::recognition {
 // and the new reading replaces the old where it is clearly more confident.
 
 // Words [begin, end) of a line: one with Latin letters and no Han, the
-// words without Han after it, and the words of digits and symbols before it
-// back to anything Chinese (Han or CJK punctuation): a Chinese model reads
-// `-h,` before `--human-readable` as `-]1,`. Han stands between two runs. A word of one Han
+// words without Han after it, and the words with digits but nothing Chinese
+// (Han or CJK punctuation) just before it: a Chinese model reads `-h,`
+// before `--human-readable` as `-]1,`. Punctuation alone before a run is
+// left to the Chinese reading: beside Han it is as likely the Chinese
+// text's own (an ASCII comma for a full-width one, a bracket closing).
+// Han stands between two runs. A word of one Han
 // character standing apart is a run of its own: Chinese sets its characters
 // solid, so a lone one with a blank on each side that the text writes as a
 // space (or the line's edge, or a word with no Han nor CJK punctuation,

@@ -48,11 +48,15 @@ TEST_F(LatinRuns, StartAtLatinLettersAndEndBeforeHan) {
   EXPECT_EQ(runs({"a", "中文", "b", "c"}), (Runs{{0, 1}, {2, 4}}));
   // Digits and punctuation alone start none; a word mixing Han and Latin ends one.
   EXPECT_EQ(runs({"12", "-", "中文"}), Runs{});
-  // A run takes in the words of digits and symbols before it, back to
-  // anything Chinese: `-h,` read as `-]1,` before `--human-readable`.
+  // A run takes in the words with digits just before it, back to anything
+  // Chinese: `-h,` read as `-]1,` before `--human-readable`; punctuation
+  // alone it leaves to the Chinese reading.
   EXPECT_EQ(runs({"中文", "12", "b", "c"}), (Runs{{1, 4}}));
   EXPECT_EQ(runs({"-]1,", "--human-readable"}), (Runs{{0, 2}}));
-  EXPECT_EQ(runs({"中文。", "~", "x"}), (Runs{{1, 3}}));
+  EXPECT_EQ(runs({"~-1,", "1", "x"}), (Runs{{0, 3}}));
+  EXPECT_EQ(runs({"中止", ",", "shell"}), (Runs{{2, 3}}));
+  EXPECT_EQ(runs({"[选项", "]...", "--reference="}), (Runs{{2, 3}}));
+  EXPECT_EQ(runs({"中文", "1。", "x"}), (Runs{{2, 3}}));
   EXPECT_EQ(runs({"see", "ls命令", "x"}), (Runs{{0, 1}, {2, 3}}));
   // Latin letters are Latin script: Greek and full-width forms are not.
   EXPECT_EQ(runs({"αβγ", "中文"}), Runs{});
