@@ -63,10 +63,15 @@ std::vector<LatinRun> latinRuns(const std::vector<Word>& words, int lineThicknes
     return j == 0 || j == words.size() || !makeUps[j - 1].chinese || !makeUps[j].chinese ||
            spacedHanBlank(words[j].gapBefore, lineThickness);
   };
+  // Whether word j holds Latin letters or digits and no Han.
+  auto latinLike = [&](size_t j) { return makeUps[j].han == 0 && (makeUps[j].latin || makeUps[j].digit); };
+  auto besideLatin = [&](size_t i) {
+    return (i > 0 && latinLike(i - 1)) || (i + 1 < words.size() && latinLike(i + 1));
+  };
   std::vector<LatinRun> runs;
   for (size_t i = 0; i < words.size();) {
     const WordMakeUp& first = makeUps[i];
-    if (first.han == 1 && !first.latin && apartBefore(i) && apartBefore(i + 1)) {
+    if (first.han == 1 && !first.latin && apartBefore(i) && apartBefore(i + 1) && besideLatin(i)) {
       runs.push_back({i, i + 1});
       ++i;
       continue;

@@ -19,12 +19,17 @@ namespace kvo::recognition {
 // before `--human-readable` as `-]1,`. Punctuation alone before a run is
 // left to the Chinese reading: beside Han it is as likely the Chinese
 // text's own (an ASCII comma for a full-width one, a bracket closing).
-// Han stands between two runs. A word of one Han
-// character standing apart is a run of its own: Chinese sets its characters
-// solid, so a lone one with a blank on each side that the text writes as a
-// space (or the line's edge, or a word with no Han nor CJK punctuation,
-// beside it) is as likely Latin a Chinese model took for Han (`it` read as
-// 让) as a character.
+// Han stands between two runs.
+//
+// A word of one Han character standing apart beside Latin is a run of its
+// own: Chinese sets its characters solid, so one with, on each side, the
+// line's edge, a word with no Han nor CJK punctuation, or a blank the text
+// writes as a space, and Latin letters or digits in a word next to it, is
+// as likely Latin a Chinese model took for Han (`it.` read as 让, `-H,` as
+// 有) as a character. Letter-spaced Chinese (a heading, a spaced-out line)
+// has no Latin beside its characters and is left to the Chinese reading:
+// read alone, its characters are often unsure, and English readings of
+// simple ones (十 as `+`) would replace them.
 struct LatinRun {
   size_t begin = 0, end = 0;
 };

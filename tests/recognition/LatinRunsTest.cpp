@@ -63,23 +63,30 @@ TEST_F(LatinRuns, StartAtLatinLettersAndEndBeforeHan) {
   EXPECT_EQ(runs({"é", "中文"}), (Runs{{0, 1}}));
 }
 
-TEST_F(LatinRuns, TakeALoneHanCharacterStandingApartForARunOfItsOwn) {
+TEST_F(LatinRuns, TakeALoneHanCharacterStandingApartBesideLatinForARunOfItsOwn) {
   using Runs = std::vector<std::pair<size_t, size_t>>;
-  // Set solid among Han (blanks of at most half the line's thickness): Chinese.
-  EXPECT_EQ(runs({"我将", "各", "及其"}, 15), Runs{});
-  // A blank the text writes as a space on each side: `/u` taken for Han.
-  EXPECT_EQ(runs({"我将", "各", "及其"}, 16), (Runs{{1, 2}}));
-  // Beside the line's edges and words without Han it stands apart too,
-  // punctuation and all; a Latin run ends before it.
+  // A blank the text writes as a space (more than half the line's
+  // thickness) or a word without Han on each side, and Latin letters or
+  // digits beside it: `it.` read as 让, `-H,` as 有, `-i,` as 一.
   EXPECT_EQ(runs({"让", ".There", "is"}), (Runs{{0, 1}, {1, 3}}));
   EXPECT_EQ(runs({"~", "有,", "--si"}), (Runs{{1, 2}, {2, 3}}));
+  EXPECT_EQ(runs({"一", "1,", "--inodes"}, 16), (Runs{{0, 1}, {1, 3}}));
   EXPECT_EQ(runs({"David", "和", "Jim"}), (Runs{{0, 1}, {1, 2}, {2, 3}}));
+  EXPECT_EQ(runs({"x", "中", "文字"}, 16), (Runs{{0, 1}, {1, 2}}));
+  // Set solid against the Han beside it (a blank of at most half the
+  // thickness), it is Chinese.
+  EXPECT_EQ(runs({"x", "中", "文字"}, 15), (Runs{{0, 1}}));
+  // Letter-spaced Chinese (a heading, a spaced-out line) has no Latin beside
+  // its characters: the Chinese model's reading stands, however unsure.
+  EXPECT_EQ(runs({"第", "一", "章"}, 40), Runs{});
+  EXPECT_EQ(runs({"我将", "各", "及其"}, 16), Runs{});
+  // CJK punctuation is Chinese too: it neither parts a character from the
+  // text nor counts as Latin.
+  EXPECT_EQ(runs({"x", "写", "。"}, 15), (Runs{{0, 1}}));
+  EXPECT_EQ(runs({"。", "写", "x"}, 16), (Runs{{1, 2}, {2, 3}}));
   // Two Han characters, or one with Latin letters, are no lone character.
   EXPECT_EQ(runs({"x", "中文", "y"}, 16), (Runs{{0, 1}, {2, 3}}));
-  EXPECT_EQ(runs({"中", "文"}, 15), Runs{});
-  // CJK punctuation is Chinese: set solid beside it, a character is not alone.
-  EXPECT_EQ(runs({"写", "。"}, 15), Runs{});
-  EXPECT_EQ(runs({"写", "。"}, 16), (Runs{{0, 1}}));
+  EXPECT_EQ(runs({"a中", "b"}, 16), (Runs{{1, 2}}));
 }
 
 TEST_F(LatinRuns, RereadsPlacedHorizontalLinesOnly) {
