@@ -295,6 +295,14 @@ TEST_F(TesseractEngine, ReadsEnglishOnAChinesePage) {
   expectAround(*line, drawn("ocr_hant_manual", "line6"), image);
 }
 
+TEST_F(TesseractEngine, LeavesLetterSpacedChineseToTheChineseReading) {
+  const auto observations = recognize(fixture("ocr_hans_spaced.ppm", 200));
+  const std::string all = allText(observations);
+  EXPECT_NE(all.find("中"), std::string::npos) << all;
+  for (const TextObservation& o : observations)
+    for (const char c : text(o)) EXPECT_FALSE(c > ' ' && c <= '~') << "ASCII " << c << " in " << all;
+}
+
 TEST_F(TesseractEngine, ChoosesTheScriptWhicheverChineseIsRequestedFirst) {
   kvo::TesseractEngine engine;
   const auto simplified = engine.recognize(fixture("ocr_hans_forms.ppm"), request({"zh-Hant", "zh-Hans", "en"}));
