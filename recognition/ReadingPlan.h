@@ -26,9 +26,13 @@ enum class Script { noHan, first, second };
 // otherwise. `layout` finds the page's layout and reads the sample lines the
 // first model reads: `first` alone when both Chinese models are requested
 // (it reads a Chinese page in that script anyway, so one loaded model serves
-// all three), all requested models otherwise. `withoutHan` reads a page with
-// no Han: all requested models but `second`, the Latin ones first. `latin` re-reads the Latin runs
-// of a Chinese page: the requested models but the Chinese ones.
+// all three), all requested models otherwise. `withoutHan` reads a page
+// whose sample showed no Han: all requested models but `second`, the Latin
+// ones first. `first` stays in it although it costs a second load of that
+// model (about a fifth of an English page's time): the sample reads only
+// some lines, and a name or a place written in Han on the others would come
+// out as Latin garbage without it. `latin` re-reads the Latin runs of a
+// Chinese page: the requested models but the Chinese ones.
 struct ReadingPlan {
   std::string first, second, layout, withoutHan, latin;
   // For the joined model codes of a request.

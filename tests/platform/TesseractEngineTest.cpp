@@ -303,6 +303,16 @@ TEST_F(TesseractEngine, LeavesLetterSpacedChineseToTheChineseReading) {
     for (const char c : text(o)) EXPECT_FALSE(c > ' ' && c <= '~') << "ASCII " << c << " in " << all;
 }
 
+TEST_F(TesseractEngine, ReadsHanOnAPageItsSampleFoundNoneOn) {
+  // The sample misses both names, so the page is read as one without Han:
+  // the Chinese model still reads the words the English one cannot.
+  const auto observations = recognize(fixture("ocr_english_with_names.ppm", 200));
+  const std::string all = allText(observations);
+  EXPECT_NE(all.find("王小明"), std::string::npos) << all;
+  EXPECT_NE(all.find("北京"), std::string::npos) << all;
+  EXPECT_NE(find(observations, "quarterly report"), nullptr) << all;
+}
+
 TEST_F(TesseractEngine, ChoosesTheScriptWhicheverChineseIsRequestedFirst) {
   kvo::TesseractEngine engine;
   const auto simplified = engine.recognize(fixture("ocr_hans_forms.ppm"), request({"zh-Hant", "zh-Hans", "en"}));
