@@ -251,8 +251,7 @@ Script TesseractEngine::State::chooseScript(const std::vector<Box>& layout, cons
 
 bool TesseractEngine::State::rereadLatinRuns(ReadLine& line, const std::string& languages, const GreyImage& grey,
                                              const InkBits* ink, int width, int height, int resolution) {
-  const std::vector<recognition::LatinRun> runs =
-      recognition::latinRuns(line.words, std::min(line.box.width(), line.box.height()));
+  const std::vector<recognition::LatinRun> runs = recognition::latinRuns(line.words, line.box.thickness());
   if (runs.empty()) return true;
   tesseract::TessBaseAPI* api = reader(languages, ReaderKind::line);
   if (api == nullptr) return false;
@@ -290,8 +289,7 @@ std::vector<TextObservation> TesseractEngine::State::collect(tesseract::TessBase
   for (const ReadLine& line : lines) {
     if (!line.placed) continue;
     TextObservation o;
-    const int thickness = std::min(line.box.width(), line.box.height());
-    std::string text = recognition::joinLineWords(line.words, thickness);
+    std::string text = recognition::joinLineWords(line.words, line.box.thickness());
     if (!text.empty())
       o.candidate = RecognizedCandidate{std::move(text), std::clamp(line.confidence / 100.0f, 0.0f, 1.0f)};
     const recognition::Corners corners = recognition::lineCorners(line.box, line.drop, width, height);

@@ -127,7 +127,7 @@ int turnedReadingConfidence(tesseract::TessBaseAPI& api, const GreyImage& grey, 
 std::vector<int> lineThicknesses(const std::vector<Box>& lines) {
   std::vector<int> thicknesses;
   thicknesses.reserve(lines.size());
-  for (const Box& b : lines) thicknesses.push_back(std::min(b.width(), b.height()));
+  for (const Box& b : lines) thicknesses.push_back(b.thickness());
   return thicknesses;
 }
 

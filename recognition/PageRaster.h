@@ -13,6 +13,8 @@ struct Box {
   int left = 0, top = 0, right = 0, bottom = 0;
   int width() const { return right - left; }
   int height() const { return bottom - top; }
+  // A text line's size across itself, whichever way the line runs.
+  int thickness() const { return width() < height() ? width() : height(); }
 };
 
 // One byte per pixel, the page as recognition reads it. Owns its pixels.

@@ -29,6 +29,12 @@ class PageRaster : public ::testing::Test {
   };
 };
 
+TEST_F(PageRaster, MeasuresALinesThicknessAcrossItWhicheverWayItRuns) {
+  EXPECT_EQ((Box{10, 40, 510, 70}.thickness()), 30);   // across the page
+  EXPECT_EQ((Box{10, 40, 40, 540}.thickness()), 30);   // down it
+  EXPECT_EQ((Box{10, 40, 50, 80}.thickness()), 40);    // one square glyph
+}
+
 TEST_F(PageRaster, ConvertsColourToLeptonicasLuminance) {
   EXPECT_EQ(kvo::recognition::luminance(255, 255, 255), 255u);
   EXPECT_EQ(kvo::recognition::luminance(0, 0, 0), 0u);
