@@ -134,15 +134,31 @@ std::vector<int> lineThicknesses(const std::vector<Box>& lines) {
 // Crooked pages. Leptonica's skew finder measures the angle of the text
 // lines on the binarised page within ±7°, on the page reduced as
 // recognition/PagePreparation says (otherwise with its usual steps: 1° sweep,
-// then a search down to 0.01° at half the reduction); the page is turned
-// straight when it finds one with the confidence and of the size
-// Leptonica's own deskewing asks for (pixDeskew's minimum confidence and
-// angle).
-constexpr float kLeastSkewConfidence = 3.0f;
-constexpr float kLeastSkewDegrees = 0.1f;
+// then a search down to 0.01° at half the reduction); whether the page is
+// turned by it is recognition/PagePreparation's straighteningAngle.
 constexpr float kSkewSweepDegrees = 7.0f;
 constexpr float kSkewSweepStep = 1.0f;
 constexpr float kSkewLeastSearchStep = 0.01f;
+
+// The skew of the binarised page `binary`, or of its rows [top, bottom).
+recognition::SkewMeasure measureSkew(Pix* binary, int reduction, int top, int bottom) {
+  recognition::SkewMeasure measure;
+  Pix* part = binary;
+  if (top > 0 || bottom < static_cast<int>(pixGetHeight(binary))) {
+    BOX* rows = boxCreate(0, top, pixGetWidth(binary), bottom - top);
+    part = rows == nullptr ? nullptr : pixClipRectangle(binary, rows, nullptr);
+    boxDestroy(&rows);
+  }
+  l_float32 degrees = 0, confidence = 0;
+  if (part != nullptr && pixFindSkewSweepAndSearch(part, &degrees, &confidence, reduction, std::max(1, reduction / 2),
+                                                   kSkewSweepDegrees, kSkewSweepStep, kSkewLeastSearchStep) == 0) {
+    measure.found = confidence > 0;
+    measure.degrees = degrees;
+    measure.confidence = confidence;
+  }
+  if (part != binary) pixDestroy(&part);
+  return measure;
+}
 
 // A Leptonica copy of a grey page; null when the memory cannot be had.
 Pix* greyPix(const GreyImage& grey, int width, int height) {
@@ -167,15 +183,21 @@ std::optional<recognition::PageTurn> straighten(const GreyImage& grey, int width
   if (pix == nullptr) return std::nullopt;
   std::optional<recognition::PageTurn> turn;
   Pix* binary = pixThresholdToBinary(pix, inkLevel + 1);
-  l_float32 degrees = 0, confidence = 0;
   const int reduction = recognition::skewReduction(width);
-  if (binary != nullptr &&
-      pixFindSkewSweepAndSearch(binary, &degrees, &confidence, reduction, std::max(1, reduction / 2), kSkewSweepDegrees,
-                                kSkewSweepStep, kSkewLeastSearchStep) == 0 &&
-      confidence >= kLeastSkewConfidence && std::abs(degrees) >= kLeastSkewDegrees) {
+  std::optional<double> degrees;
+  if (binary != nullptr) {
+    const recognition::SkewMeasure whole = measureSkew(binary, reduction, 0, height);
+    std::optional<recognition::SkewMeasure> top, bottom;
+    if (recognition::asksForHalves(whole)) {
+      top = measureSkew(binary, reduction, 0, height / 2);
+      bottom = measureSkew(binary, reduction, height / 2, height);
+    }
+    degrees = recognition::straighteningAngle(whole, top, bottom);
+  }
+  if (degrees) {
     // Clockwise is positive for both calls; given the page's own size,
     // pixRotate enlarges the canvas (centred) so that no pixel is lost.
-    const double radians = static_cast<double>(degrees) * M_PI / 180.0;
+    const double radians = *degrees * M_PI / 180.0;
     Pix* rotated = pixRotate(pix, static_cast<l_float32>(radians), L_ROTATE_AREA_MAP, L_BRING_IN_WHITE, width, height);
     if (rotated != nullptr && pixGetDepth(rotated) == 8 && pixGetWidth(rotated) <= kMaxSide &&
         pixGetHeight(rotated) <= kMaxSide) {

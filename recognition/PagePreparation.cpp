@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdlib>
 
 namespace kvo::recognition {
@@ -142,6 +143,27 @@ int skewReduction(int width) {
   int reduction = 4;
   while (reduction > 1 && width / reduction < kLeastSkewSweepWidth) reduction /= 2;
   return reduction;
+}
+
+namespace {
+
+bool largeEnough(const SkewMeasure& m) { return m.found && std::abs(m.degrees) >= kLeastSkewDegrees; }
+
+}  // namespace
+
+bool asksForHalves(const SkewMeasure& whole) {
+  return largeEnough(whole) && whole.confidence < kLeastSkewConfidence;
+}
+
+std::optional<double> straighteningAngle(const SkewMeasure& whole, const std::optional<SkewMeasure>& top,
+                                         const std::optional<SkewMeasure>& bottom) {
+  if (!largeEnough(whole)) return std::nullopt;
+  if (!asksForHalves(whole)) return whole.degrees;
+  auto agrees = [&](const std::optional<SkewMeasure>& half) {
+    return half && half->found && std::abs(half->degrees - whole.degrees) <= kLeastSkewDegrees;
+  };
+  if (agrees(top) && agrees(bottom)) return whole.degrees;
+  return std::nullopt;
 }
 
 }  // namespace kvo::recognition

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "recognition/PageRaster.h"
@@ -59,6 +60,39 @@ constexpr int64_t kMaxEnlargedPixels = 40'000'000;
 // shrinks the lines to a few pixels, whose slope no longer shows.
 int skewReduction(int width);
 constexpr int kLeastSkewSweepWidth = 600;
+
+// One measure of the slope of a page's text lines (Leptonica's skew
+// finder): the angle in degrees, clockwise positive, and the finder's
+// confidence, the ratio of the best angle's score to the worst one's over
+// the sweep. `found` is false when the finder failed or had too little ink
+// to score (it then reports a confidence of 0).
+struct SkewMeasure {
+  bool found = false;
+  double degrees = 0;
+  double confidence = 0;
+};
+
+// The angle in degrees a page is turned by to straighten it, from the
+// measure of the whole page and, when `asksForHalves` says so, of its top
+// and bottom halves measured apart; nullopt leaves the page as it is.
+//
+// A turn must reach kLeastSkewDegrees; smaller slopes do the reading no
+// harm, and turning resamples every pixel. The angle is trusted as found
+// when the confidence reaches kLeastSkewConfidence, the minimum of
+// Leptonica's own deskewing. Chinese text rarely gets there: its square
+// glyphs fill their lines evenly, so the page scores high at every angle
+// and the ratio stays low even when the angle is exact. Below that
+// confidence the angle is trusted only when both halves, each a measure of
+// its own lines, find it too, to within kLeastSkewDegrees: a slope of
+// printed lines is the same all down a page, while an angle found in
+// pictures, rules or noise is not. Without both halves' measures the page
+// is left as it is.
+std::optional<double> straighteningAngle(const SkewMeasure& whole, const std::optional<SkewMeasure>& top,
+                                         const std::optional<SkewMeasure>& bottom);
+// True when straighteningAngle needs the halves to decide on `whole`.
+bool asksForHalves(const SkewMeasure& whole);
+constexpr double kLeastSkewDegrees = 0.1;
+constexpr double kLeastSkewConfidence = 3.0;
 
 // `grey` (width × height) turned a quarter clockwise (on the screen) or
 // counter-clockwise into `out`, which is height × width. False when the

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <vector>
 
 namespace {
@@ -14,6 +15,7 @@ using kvo::recognition::GreyImage;
 using kvo::recognition::hasDarkGround;
 using kvo::recognition::kMaxEnlargement;
 using kvo::recognition::kReadableLineHeight;
+using kvo::recognition::SkewMeasure;
 
 class PagePreparation : public ::testing::Test {
  protected:
@@ -25,6 +27,13 @@ class PagePreparation : public ::testing::Test {
     return pixels;
   }
   static bool dark(const std::vector<uint8_t>& p) { return hasDarkGround(p.data(), 100, 50); }
+
+  static SkewMeasure measure(double degrees, double confidence) { return SkewMeasure{true, degrees, confidence}; }
+  static SkewMeasure notFound() { return SkewMeasure{}; }
+  static std::optional<double> angle(const SkewMeasure& whole, std::optional<SkewMeasure> top = std::nullopt,
+                                     std::optional<SkewMeasure> bottom = std::nullopt) {
+    return kvo::recognition::straighteningAngle(whole, top, bottom);
+  }
 
   // A grey image holding `levels`.
   static void fill(GreyImage& image, const std::vector<uint8_t>& levels) {
@@ -108,6 +117,33 @@ TEST_F(PagePreparation, MeasuresSkewOnAPageReducedToNoLessThanTheSweepWidth) {
   EXPECT_EQ(kvo::recognition::skewReduction(1199), 1);  // a 1200-pixel screenshot is measured as it is
   EXPECT_EQ(kvo::recognition::skewReduction(300), 1);
   EXPECT_EQ(kvo::recognition::skewReduction(1), 1);
+}
+
+TEST_F(PagePreparation, TurnsByAConfidentSkewOfAtLeastTheLeastAngle) {
+  EXPECT_EQ(angle(measure(2.4, 20.4)), 2.4);    // English text: a high ratio
+  EXPECT_EQ(angle(measure(-1.2, 3.0)), -1.2);   // Leptonica's own minimum
+  EXPECT_EQ(angle(measure(0.1, 9.0)), 0.1);
+  EXPECT_EQ(angle(measure(-0.09, 30.0)), std::nullopt);  // too small to matter
+  EXPECT_EQ(angle(measure(0.0, 30.0)), std::nullopt);
+  EXPECT_EQ(angle(notFound()), std::nullopt);
+}
+
+TEST_F(PagePreparation, AsksForTheHalvesOnlyWhenAnAngleWorthTurningForIsUnsure) {
+  EXPECT_TRUE(kvo::recognition::asksForHalves(measure(3.7, 1.9)));
+  EXPECT_FALSE(kvo::recognition::asksForHalves(measure(3.7, 3.0)));
+  EXPECT_FALSE(kvo::recognition::asksForHalves(measure(0.05, 1.9)));
+  EXPECT_FALSE(kvo::recognition::asksForHalves(notFound()));
+}
+
+TEST_F(PagePreparation, TrustsAnUnsureSkewThatBothHalvesOfThePageFind) {
+  // Chinese text turned 3.7°: the ratio is low, the angle exact.
+  EXPECT_EQ(angle(measure(3.734, 1.9), measure(3.719, 2.5), measure(3.734, 1.9)), 3.734);
+  EXPECT_EQ(angle(measure(1.0, 2.6), measure(1.09, 2.8), measure(0.91, 2.9)), 1.0);  // within the least angle
+  EXPECT_EQ(angle(measure(1.0, 2.6), measure(1.11, 2.8), measure(1.0, 2.9)), std::nullopt);
+  EXPECT_EQ(angle(measure(1.0, 2.6), measure(1.0, 2.8), measure(0.5, 1.6)), std::nullopt);  // one half disagrees
+  EXPECT_EQ(angle(measure(-3.0, 2.6), measure(-3.0, 2.6), measure(3.0, 2.6)), std::nullopt);
+  EXPECT_EQ(angle(measure(2.0, 2.0), measure(2.0, 2.0), notFound()), std::nullopt);  // a half with too little ink
+  EXPECT_EQ(angle(measure(2.0, 2.0)), std::nullopt);  // no halves measured
 }
 
 TEST_F(PagePreparation, EnlargementStaysWithinTheLargestSideAndThePixelBudget) {
