@@ -132,13 +132,9 @@ std::vector<int> lineThicknesses(const std::vector<Box>& lines) {
 }
 
 // Crooked pages. Leptonica's skew finder measures the angle of the text
-// lines on the binarised page within ±7°, on the page reduced as
-// recognition/PagePreparation says (otherwise with its usual steps: 1° sweep,
-// then a search down to 0.01° at half the reduction); whether the page is
-// turned by it is recognition/PagePreparation's straighteningAngle.
-constexpr float kSkewSweepDegrees = 7.0f;
-constexpr float kSkewSweepStep = 1.0f;
-constexpr float kSkewLeastSearchStep = 0.01f;
+// lines on the binarised page with the steps and on the page reduced as
+// recognition/PagePreparation says (the search at half the reduction);
+// whether the page is turned by it is straighteningAngle's to say.
 
 // The skew of the binarised page `binary`, or of its rows [top, bottom).
 recognition::SkewMeasure measureSkew(Pix* binary, int reduction, int top, int bottom) {
@@ -150,8 +146,11 @@ recognition::SkewMeasure measureSkew(Pix* binary, int reduction, int top, int bo
     boxDestroy(&rows);
   }
   l_float32 degrees = 0, confidence = 0;
-  if (part != nullptr && pixFindSkewSweepAndSearch(part, &degrees, &confidence, reduction, std::max(1, reduction / 2),
-                                                   kSkewSweepDegrees, kSkewSweepStep, kSkewLeastSearchStep) == 0) {
+  if (part != nullptr &&
+      pixFindSkewSweepAndSearch(part, &degrees, &confidence, reduction, std::max(1, reduction / 2),
+                                static_cast<l_float32>(recognition::kSkewSweepDegrees),
+                                static_cast<l_float32>(recognition::kSkewSweepStep),
+                                static_cast<l_float32>(recognition::kSkewLeastSearchStep)) == 0) {
     measure.found = confidence > 0;
     measure.degrees = degrees;
     measure.confidence = confidence;

@@ -147,18 +147,20 @@ int skewReduction(int width) {
 
 namespace {
 
-bool largeEnough(const SkewMeasure& m) { return m.found && std::abs(m.degrees) >= kLeastSkewDegrees; }
+bool confident(const SkewMeasure& m) {
+  return m.found && m.confidence >= kLeastSkewConfidence && std::abs(m.degrees) >= kLeastSkewDegrees;
+}
 
 }  // namespace
 
 bool asksForHalves(const SkewMeasure& whole) {
-  return largeEnough(whole) && whole.confidence < kLeastSkewConfidence;
+  return whole.found && whole.confidence < kLeastSkewConfidence && std::abs(whole.degrees) >= kSkewSweepStep / 2;
 }
 
 std::optional<double> straighteningAngle(const SkewMeasure& whole, const std::optional<SkewMeasure>& top,
                                          const std::optional<SkewMeasure>& bottom) {
-  if (!largeEnough(whole)) return std::nullopt;
-  if (!asksForHalves(whole)) return whole.degrees;
+  if (confident(whole)) return whole.degrees;
+  if (!asksForHalves(whole)) return std::nullopt;
   auto agrees = [&](const std::optional<SkewMeasure>& half) {
     return half && half->found && std::abs(half->degrees - whole.degrees) <= kLeastSkewDegrees;
   };

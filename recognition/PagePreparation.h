@@ -72,6 +72,13 @@ struct SkewMeasure {
   double confidence = 0;
 };
 
+// How the skew is measured: a sweep over ±kSkewSweepDegrees in steps of
+// kSkewSweepStep, then a search around the best step down to
+// kSkewLeastSearchStep (Leptonica's usual steps).
+constexpr double kSkewSweepDegrees = 7.0;
+constexpr double kSkewSweepStep = 1.0;
+constexpr double kSkewLeastSearchStep = 0.01;
+
 // The angle in degrees a page is turned by to straighten it, from the
 // measure of the whole page and, when `asksForHalves` says so, of its top
 // and bottom halves measured apart; nullopt leaves the page as it is.
@@ -82,11 +89,16 @@ struct SkewMeasure {
 // Leptonica's own deskewing. Chinese text rarely gets there: its square
 // glyphs fill their lines evenly, so the page scores high at every angle
 // and the ratio stays low even when the angle is exact. Below that
-// confidence the angle is trusted only when both halves, each a measure of
-// its own lines, find it too, to within kLeastSkewDegrees: a slope of
-// printed lines is the same all down a page, while an angle found in
-// pictures, rules or noise is not. Without both halves' measures the page
-// is left as it is.
+// confidence an angle is trusted when
+// - the sweep itself found the page off straight: the angle is at least
+//   half a sweep step, so the best step was not 0°. A search refining 0°
+//   on a flat score lands a few tenths of a degree off on straight pages
+//   of short lines; and
+// - both halves, each a measure of its own lines, find it too, to within
+//   kLeastSkewDegrees: printed lines slope alike all down a page, while an
+//   angle found in pictures, rules, noise or lines running down the page
+//   is not the same in both.
+// Without both halves' measures such a page is left as it is.
 std::optional<double> straighteningAngle(const SkewMeasure& whole, const std::optional<SkewMeasure>& top,
                                          const std::optional<SkewMeasure>& bottom);
 // True when straighteningAngle needs the halves to decide on `whole`.

@@ -217,6 +217,16 @@ TEST_F(TesseractEngine, FollowsTheSlopeOfSkewedLines) {
   expectAround(observations[1], drawn("ocr_skewed", "second"), image);
 }
 
+TEST_F(TesseractEngine, StraightensCrookedChineseTheSkewFinderIsUnsureOf) {
+  const Bitmap image = fixture("ocr_hant_crooked.ppm", 300);
+  const auto observations = recognize(image);
+  const TextObservation* line = find(observations, "掃描文件時紙張");
+  ASSERT_NE(line, nullptr) << allText(observations);
+  EXPECT_NE(text(*line).find("每一行文字都會標出它在圖片上的位置"), std::string::npos) << text(*line);
+  expectAround(*line, drawn("ocr_hant_crooked", "line2"), image);
+  EXPECT_NE(find(observations, "深色背景上的淺色文字也能讀取"), nullptr) << allText(observations);
+}
+
 TEST_F(TesseractEngine, CompositesTransparentPixelsOverWhite) {
   // Transparent black background: read without its alpha, the page is black.
   const Bitmap image = fixture("ocr_hello_transparent.pam");
