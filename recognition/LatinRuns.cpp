@@ -100,8 +100,17 @@ std::optional<Box> runRegion(const ReadLine& line, LatinRun run, int width, int 
   // its ink, and no other word lies beyond it.
   int left = (i == 0 ? std::min(lb.left, line.boxes[i].left) : line.boxes[i].left) - pad;
   int right = (end == line.words.size() ? std::max(lb.right, line.boxes[end - 1].right) : line.boxes[end - 1].right) + pad;
-  if (i > 0) left = std::max(left, (line.boxes[i - 1].right + line.boxes[i].left) / 2);
-  if (end < line.words.size()) right = std::min(right, (line.boxes[end - 1].right + line.boxes[end].left) / 2);
+  // Halfway to the words next to it, and never into their boxes: a word the
+  // recogniser was unsure of can have a box reaching over its neighbours
+  // (`type` over `是 10base2`), whose ink English would read as more Latin.
+  if (i > 0) {
+    const Box& previous = line.boxes[i - 1];
+    left = std::max({left, (previous.right + line.boxes[i].left) / 2, previous.right});
+  }
+  if (end < line.words.size()) {
+    const Box& next = line.boxes[end];
+    right = std::min({right, (line.boxes[end - 1].right + next.left) / 2, next.left});
+  }
   left = std::max(left, 0);
   right = std::min(right, width);
   const int top = std::max(lb.top - pad, 0), bottom = std::min(lb.bottom + pad, height);

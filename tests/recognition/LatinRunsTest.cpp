@@ -130,6 +130,24 @@ TEST_F(LatinRuns, KeepsTheNewReadingOnlyWhenClearlyMoreConfident) {
   EXPECT_FALSE(kvo::recognition::replaceRun(l, {1, 3}, ReadLine{}, nullptr));
 }
 
+TEST_F(LatinRuns, ReadsARunAgainFromNoFurtherThanTheWordsBesideIt) {
+  // Halfway to the neighbours when the blanks are wide.
+  ReadLine l = line({"的", "type", "是"}, {90, 38, 90});
+  auto region = kvo::recognition::runRegion(l, {1, 2}, 1000, 1000);
+  ASSERT_TRUE(region.has_value());
+  EXPECT_EQ(region->left, 45);
+  EXPECT_EQ(region->right, 95);
+  // An unsure word's box reaching over the next word's stops at it.
+  l.boxes[1].right = 120;
+  region = kvo::recognition::runRegion(l, {1, 2}, 1000, 1000);
+  ASSERT_TRUE(region.has_value());
+  EXPECT_EQ(region->right, 100);
+  l.boxes[1].left = 20;
+  region = kvo::recognition::runRegion(l, {1, 2}, 1000, 1000);
+  ASSERT_TRUE(region.has_value());
+  EXPECT_EQ(region->left, 40);
+}
+
 TEST_F(LatinRuns, ReachesTheLineEdgeWhenTheRunEndsOrStartsTheLine) {
   // The recogniser placed the last word's characters short of the line's end.
   ReadLine l = line({"更改为", "\"root\"。"}, {90, 45});
