@@ -72,7 +72,7 @@ std::vector<LatinRun> latinRuns(const std::vector<Word>& words, int lineThicknes
   for (size_t i = 0; i < words.size();) {
     const WordMakeUp& first = makeUps[i];
     if (first.han == 1 && !first.latin && apartBefore(i) && apartBefore(i + 1) && besideLatin(i)) {
-      runs.push_back({i, i + 1});
+      runs.push_back({i, i + 1, true});
       ++i;
       continue;
     }
@@ -179,6 +179,7 @@ bool clearlyBetter(const ReadLine& line, size_t begin, size_t end, const ReadLin
 
 bool replaceRun(ReadLine& line, LatinRun run, ReadLine again, const InkBits* page) {
   const size_t i = run.begin, end = run.end;
+  if (run.loneHan && again.words.size() != 1) return false;
   if (clearlyBetter(line, i, end, again, 0, again.words.size())) {
     replaceWords(line, i, end, again, 0, again.words.size(), page);
     return true;

@@ -32,6 +32,8 @@ namespace kvo::recognition {
 // simple ones (十 as `+`) would replace them.
 struct LatinRun {
   size_t begin = 0, end = 0;
+  // A lone Han character's run: English replaces it only with one word.
+  bool loneHan = false;
 };
 
 // Whether a line's runs are read again: placed, horizontal and tall enough.
@@ -53,7 +55,10 @@ ReadLine joinParts(std::vector<ReadLine> parts, const Box& lineBox, const InkBit
 // Replaces the run's words with `again` when its mean confidence is higher
 // by more than the re-read margin; remeasures the blank after it. Replacing
 // the runs from the last to the first keeps the others' indices valid.
-// Returns whether it did.
+// Returns whether it did. A lone Han character is replaced only by a
+// reading of one word: Latin a Chinese model takes for one character is one
+// short token (`it.`, `-H,`), and a reading of several words is English
+// making what it can of a character it cannot read (`是"-",` as `SS Lene 9`).
 bool replaceRun(ReadLine& line, LatinRun run, ReadLine again, const InkBits* page);
 
 // The mean of word confidences, 0 for none.

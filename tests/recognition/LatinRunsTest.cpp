@@ -89,6 +89,21 @@ TEST_F(LatinRuns, TakeALoneHanCharacterStandingApartBesideLatinForARunOfItsOwn) 
   EXPECT_EQ(runs({"a中", "b"}, 16), (Runs{{1, 2}}));
 }
 
+TEST_F(LatinRuns, ReplaceALoneHanCharacterOnlyByOneWord) {
+  const std::vector<kvo::recognition::Word> words = {{"F", 0}, {"是\"-\",", 20}};
+  const std::vector<LatinRun> found = kvo::recognition::latinRuns(words, 30);
+  ASSERT_EQ(found.size(), 2u);
+  EXPECT_FALSE(found[0].loneHan);
+  EXPECT_TRUE(found[1].loneHan);
+  ReadLine l = line({"F", "是\"-\","}, {3, 3});
+  ReadLine again = line({"SS", "Lene", "9"}, {50, 4, 57});
+  EXPECT_FALSE(kvo::recognition::replaceRun(l, found[1], again, nullptr));
+  EXPECT_EQ(texts(l), (std::vector<std::string>{"F", "是\"-\","}));
+  l = line({"让", ".There"}, {40, 90});
+  EXPECT_TRUE(kvo::recognition::replaceRun(l, {0, 1, true}, line({"it."}, {93}), nullptr));
+  EXPECT_EQ(texts(l), (std::vector<std::string>{"it.", ".There"}));
+}
+
 TEST_F(LatinRuns, RereadsPlacedHorizontalLinesOnly) {
   ReadLine l = line({"ls"}, {50});
   EXPECT_TRUE(kvo::recognition::rereadsLine(l));
