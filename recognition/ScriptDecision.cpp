@@ -91,16 +91,79 @@ std::vector<Box> sampleOrder(const std::vector<Box>& lines) {
   return sample;
 }
 
+int Votes::first() const {
+  return static_cast<int>(std::count_if(margins.begin(), margins.end(), [](double m) { return m > 0; }));
+}
+
+int Votes::second() const {
+  return static_cast<int>(std::count_if(margins.begin(), margins.end(), [](double m) { return m < 0; }));
+}
+
+namespace {
+
+// The votes' ranks doubled, in the order of `margins`: whole numbers, since
+// a run of equal sizes from rank i to rank j shares the rank (i + j) / 2.
+std::vector<int> doubledRanks(const std::vector<double>& margins) {
+  const size_t n = margins.size();
+  std::vector<size_t> order(n);
+  for (size_t i = 0; i < n; ++i) order[i] = i;
+  std::sort(order.begin(), order.end(),
+            [&](size_t a, size_t b) { return std::fabs(margins[a]) < std::fabs(margins[b]); });
+  std::vector<int> ranks(n);
+  for (size_t i = 0; i < n;) {
+    size_t j = i;
+    while (j + 1 < n && std::fabs(margins[order[j + 1]]) == std::fabs(margins[order[i]])) ++j;
+    for (size_t k = i; k <= j; ++k) ranks[order[k]] = static_cast<int>(i + j + 2);  // 2 × mean of ranks i+1..j+1
+    i = j + 1;
+  }
+  return ranks;
+}
+
+}  // namespace
+
+double Votes::rankSum() const {
+  const std::vector<int> ranks = doubledRanks(margins);
+  double sum = 0;
+  for (size_t i = 0; i < margins.size(); ++i) sum += margins[i] > 0 ? ranks[i] : -ranks[i];
+  return sum / 2;
+}
+
 bool settled(const Votes& votes) {
-  const int n = votes.first + votes.second;
-  const int k = std::max(votes.first, votes.second);
+  const size_t n = votes.margins.size();
   if (n == 0) return false;
-  // P(X >= k) for X ~ Binomial(n, 1/2), summed in logarithms so that long
-  // samples neither overflow nor underflow; doubled for both sides.
-  double tail = 0;
-  for (int i = k; i <= n; ++i)
-    tail += std::exp(std::lgamma(n + 1.0) - std::lgamma(i + 1.0) - std::lgamma(n - i + 1.0) - n * std::log(2.0));
-  return 2 * tail < kSignificance;
+  const std::vector<int> ranks = doubledRanks(votes.margins);
+  // The doubled rank sum of the votes for the less favoured model.
+  int64_t total = 0, smaller = 0;
+  for (size_t i = 0; i < n; ++i) {
+    total += ranks[i];
+    if (votes.margins[i] < 0) smaller += ranks[i];
+  }
+  smaller = std::min(smaller, total - smaller);
+  double p = 0;
+  if (n <= kExactVotes) {
+    // Under chance each vote falls either way with probability 1/2: the
+    // distribution of the doubled sum over every subset of the ranks.
+    std::vector<double> chance(static_cast<size_t>(total) + 1, 0.0);
+    chance[0] = 1;
+    int64_t reach = 0;
+    for (const int rank : ranks) {
+      for (int64_t s = reach; s >= 0; --s) {
+        chance[static_cast<size_t>(s + rank)] += chance[static_cast<size_t>(s)] / 2;
+        chance[static_cast<size_t>(s)] /= 2;
+      }
+      reach += rank;
+    }
+    for (int64_t s = 0; s <= smaller; ++s) p += chance[static_cast<size_t>(s)];
+    p *= 2;
+  } else {
+    // Mean total / 4 and variance (sum of squared ranks) / 4 of the
+    // undoubled sum, with a continuity correction of half a rank.
+    double squares = 0;
+    for (const int rank : ranks) squares += static_cast<double>(rank) * rank / 4;
+    const double z = (total / 4.0 - smaller / 2.0 - 0.5) / std::sqrt(squares / 4);
+    p = std::erfc(z / std::sqrt(2.0));
+  }
+  return p < kSignificance;
 }
 
 SampleReading readSample(const std::vector<Box>& sample, const SampleReader& first, const SampleReader& second) {
@@ -120,8 +183,7 @@ SampleReading readSample(const std::vector<Box>& sample, const SampleReader& fir
     for (HanReading* reading : {&one, &other})
       if (reading->lines.empty()) reading->lines.emplace_back();
     const Votes votes = countVotes(one, other);
-    result.votes.first += votes.first;
-    result.votes.second += votes.second;
+    result.votes.add(votes);
     result.first.add(one);
     result.second.add(other);
     if (settled(result.votes)) break;
@@ -132,10 +194,7 @@ SampleReading readSample(const std::vector<Box>& sample, const SampleReader& fir
 namespace {
 
 // One glyph's vote: for the model more confident of it, none on a tie.
-void cast(const HanSymbol& a, const HanSymbol& b, Votes& votes) {
-  if (a.confidence > b.confidence) ++votes.first;
-  if (b.confidence > a.confidence) ++votes.second;
-}
+void cast(const HanSymbol& a, const HanSymbol& b, Votes& votes) { votes.add(a.confidence - b.confidence); }
 
 // Adds the votes of one line read by both models: the characters they agree
 // on in different forms, and between two agreements (or the line's ends) the
@@ -187,7 +246,7 @@ Votes countVotes(const HanReading& first, const HanReading& second) {
 Script decideScript(const HanReading& first, const HanReading& second) {
   if (second.han.count == 0) return Script::first;
   const Votes votes = countVotes(first, second);
-  if (votes.first != votes.second) return votes.first > votes.second ? Script::first : Script::second;
+  if (const double sum = votes.rankSum(); sum != 0) return sum > 0 ? Script::first : Script::second;
   // Both models are nearly sure of most characters; what tells them apart
   // is how much doubt each has left, on the characters each wrote in its
   // own script's forms when there are enough of them.

@@ -23,10 +23,11 @@ namespace kvo::recognition {
 // model alone. Where the two readings hold the same character in the two
 // scripts' different forms (说 and 說), both models looked at the same glyph
 // and each wrote its own form: the one more confident of it gets that
-// glyph's vote (as does the one more confident of a glyph the two read as
-// different characters). Lines are read until the votes are too one-sided
-// to be chance (a sign test) or the sample ends, and the model with more
-// votes reads the page. The vote compares the two models glyph by glyph, so
+// glyph's vote, weighted by the rank of its margin among all votes' (as
+// does the one more confident of a glyph the two read as different
+// characters). Lines are read until the votes are too one-sided to be
+// chance (a signed-rank test) or the sample ends, and the model whose votes
+// weigh more reads the page. The vote compares the two models glyph by glyph, so
 // what makes a glyph hard to read (blur, size, ground) weighs on both alike.
 // Without votes, or on a tie, the model with less doubt over all its Han
 // characters wins, and the first requested on a tie of that too.
@@ -91,10 +92,27 @@ struct HanReading {
   void addSymbol(const char* symbol, double confidence, const ScriptForms& forms);
 };
 
-// The votes of the glyphs both readings hold in different forms: those the
-// first model was more confident of, and those the second was.
+// The votes of the glyphs both readings hold in different forms: for each,
+// by how much the first model was more confident of it than the second
+// (0..100; negative when the second was the more confident). A glyph both
+// were equally sure of casts none.
 struct Votes {
-  int first = 0, second = 0;
+  std::vector<double> margins;
+  // The votes for the first model, and for the second.
+  int first() const;
+  int second() const;
+  void add(double margin) {
+    if (margin != 0) margins.push_back(margin);
+  }
+  void add(const Votes& o) { margins.insert(margins.end(), o.margins.begin(), o.margins.end()); }
+  // The signed-rank sum: the votes ranked by the size of their margins
+  // (equal sizes share their mean rank), each rank counted for the model
+  // the vote is for, the first's minus the second's. Positive when the
+  // first model's votes outweigh the second's, 0 on a tie. A glyph one
+  // model misread while the other was sure of it weighs more than one both
+  // read in their own forms at nearly the same confidence, whose margin is
+  // as much noise as the script.
+  double rankSum() const;
 };
 // Pairs the lines of two readings of the same sample lines in order and,
 // on each, the characters the readings agree on (compared by their
@@ -128,10 +146,13 @@ struct SampleReading {
 };
 
 // True when `votes` are more one-sided than chance would make them in one
-// case out of twenty (the two-sided sign test at the 5 % level): had the
-// models been equally good at the page, each vote a coin toss, a split this
-// uneven would be that rare.
+// case out of twenty (the two-sided Wilcoxon signed-rank test at the 5 %
+// level): had the models been equally good at the page, each margin as
+// likely to fall either way whatever its size, a rank sum this far from 0
+// would be that rare. Exact up to kExactVotes votes, the normal
+// approximation beyond.
 bool settled(const Votes& votes);
+constexpr size_t kExactVotes = 120;
 
 // Reads the sample in order, each line with the first model and, when it
 // holds Han (kHanPerLine characters or more; fewer are stray misreadings),
@@ -145,7 +166,7 @@ constexpr int kHanPerLine = 4;
 constexpr int kProbeWidthInHeights = 12;
 
 // The decision, given both models' readings of the same lines with Han:
-// the votes, then the doubt, then the first model.
+// the sign of the votes' rank sum, then the doubt, then the first model.
 Script decideScript(const HanReading& first, const HanReading& second);
 
 }  // namespace kvo::recognition

@@ -98,10 +98,17 @@ class ScriptDecision : public ::testing::Test {
     for (const Box& b : kvo::recognition::sampleOrder(rows(count))) order.push_back(b.top / 40);
     return order;
   }
+  // `first` votes for the first model and `second` for the second, all by
+  // the same margin.
   static kvo::recognition::Votes votes(int first, int second) {
     kvo::recognition::Votes v;
-    v.first = first;
-    v.second = second;
+    for (int i = 0; i < first; ++i) v.add(5);
+    for (int i = 0; i < second; ++i) v.add(-5);
+    return v;
+  }
+  static kvo::recognition::Votes margins(const std::vector<double>& each) {
+    kvo::recognition::Votes v;
+    for (double m : each) v.add(m);
     return v;
   }
 };
@@ -171,8 +178,8 @@ TEST_F(ScriptDecision, GlyphsReadInBothFormsVoteForTheMoreConfidentModel) {
   const auto first = lineRead(U"说明这", {90, 99, 80}, simplified_);
   const auto second = lineRead(U"說明這", {95, 10, 95}, traditional_);
   const auto votes = kvo::recognition::countVotes(first, second);
-  EXPECT_EQ(votes.first, 0);
-  EXPECT_EQ(votes.second, 2);
+  EXPECT_EQ(votes.first(), 0);
+  EXPECT_EQ(votes.second(), 2);
   // The votes decide though the second model's doubt over all its Han is the greater.
   EXPECT_GT(second.han.doubt(), first.han.doubt());
   EXPECT_EQ(kvo::recognition::decideScript(first, second), Script::second);
@@ -183,10 +190,10 @@ TEST_F(ScriptDecision, PairsGlyphsAcrossCharactersOnlyOneModelRead) {
   // The second reading misses 明 and adds 口 and 门: 说 and 这 still pair
   // up; 明 against 口门 is no pair.
   const auto first = lineRead(U"说明这个", {99, 90, 99, 60}, simplified_);
-  const auto second = lineRead(U"說口门這個", {90, 99, 99, 90, 70}, traditional_);
+  const auto second = lineRead(U"說口门這個", {90, 99, 99, 90, 65}, traditional_);
   const auto votes = kvo::recognition::countVotes(first, second);
-  EXPECT_EQ(votes.first, 2);
-  EXPECT_EQ(votes.second, 1);
+  EXPECT_EQ(votes.first(), 2);
+  EXPECT_EQ(votes.second(), 1);
   EXPECT_EQ(kvo::recognition::decideScript(first, second), Script::first);
 }
 
@@ -196,8 +203,8 @@ TEST_F(ScriptDecision, AGlyphTheModelsReadAsDifferentCharactersVotesToo) {
   const auto first = lineRead(U"繁采中天", {80, 81, 60, 99}, simplified_);
   const auto second = lineRead(U"繁體中夭", {99, 99, 99, 50}, traditional_);
   const auto votes = kvo::recognition::countVotes(first, second);
-  EXPECT_EQ(votes.first, 1);
-  EXPECT_EQ(votes.second, 1);
+  EXPECT_EQ(votes.first(), 1);
+  EXPECT_EQ(votes.second(), 1);
 }
 
 TEST_F(ScriptDecision, PairsLinesByPositionAndAnEmptyReadingKeepsItsPlace) {
@@ -207,16 +214,16 @@ TEST_F(ScriptDecision, PairsLinesByPositionAndAnEmptyReadingKeepsItsPlace) {
   second.lines.emplace_back();  // the first line read no Han
   second.add(lineRead(U"這", {90}, traditional_));
   const auto votes = kvo::recognition::countVotes(first, second);
-  EXPECT_EQ(votes.first, 0);
-  EXPECT_EQ(votes.second, 1);
+  EXPECT_EQ(votes.first(), 0);
+  EXPECT_EQ(votes.second(), 1);
 }
 
 TEST_F(ScriptDecision, FallsBackToTheDoubtOnATieOfVotes) {
   const auto first = lineRead(U"说这明", {99, 50, 99}, simplified_);
   const auto second = lineRead(U"說這明", {50, 99, 90}, traditional_);
   const auto votes = kvo::recognition::countVotes(first, second);
-  EXPECT_EQ(votes.first, 1);
-  EXPECT_EQ(votes.second, 1);
+  EXPECT_EQ(votes.first(), 1);
+  EXPECT_EQ(votes.second(), 1);
   EXPECT_EQ(kvo::recognition::decideScript(first, second), Script::first);
   EXPECT_EQ(kvo::recognition::decideScript(second, first), Script::second);
 }
@@ -245,7 +252,7 @@ TEST_F(ScriptDecision, FindsHanOnAPageWhoseLinesAlternateWithLatinOnes) {
   EXPECT_EQ(s.first.reads.size(), 3u);  // row 2 probed; row 3 probed, then read whole
 }
 
-TEST_F(ScriptDecision, VotesSettleWhenChanceWouldSplitThemSoUnevenlyLessThanOnceInTwenty) {
+TEST_F(ScriptDecision, VotesOfEqualMarginsSettleWhenChanceWouldSplitThemSoUnevenlyLessThanOnceInTwenty) {
   using kvo::recognition::settled;
   EXPECT_FALSE(settled(votes(0, 0)));
   EXPECT_FALSE(settled(votes(5, 0)));  // 2 × 1/32 = 0.0625
@@ -255,6 +262,44 @@ TEST_F(ScriptDecision, VotesSettleWhenChanceWouldSplitThemSoUnevenlyLessThanOnce
   EXPECT_TRUE(settled(votes(10, 2)));  // 2 × 79/4096 = 0.039
   EXPECT_FALSE(settled(votes(60, 40)));
   EXPECT_TRUE(settled(votes(600, 400)));
+}
+
+TEST_F(ScriptDecision, AVoteWeighsByTheRankOfItsMargin) {
+  using kvo::recognition::settled;
+  // Six votes for the first model and one for the second, which the sign
+  // test leaves open (2 × 8/128): against the least margin they settle
+  // (2 × 2/128), against the greatest they do not (2 × 19/128).
+  EXPECT_TRUE(settled(margins({10, 11, 12, 13, 14, 15, -1})));
+  EXPECT_FALSE(settled(margins({10, 11, 12, 13, 14, 15, -50})));
+  EXPECT_DOUBLE_EQ(margins({10, 11, 12, 13, 14, 15, -1}).rankSum(), 26);
+  EXPECT_DOUBLE_EQ(margins({10, 11, 12, 13, 14, 15, -50}).rankSum(), 14);
+  // Equal margins share their mean rank; a glyph both models were equally sure of casts no vote.
+  EXPECT_DOUBLE_EQ(margins({3, -3, 3, 0}).rankSum(), 2);
+  EXPECT_EQ(margins({3, -3, 3, 0}).first(), 2);
+  EXPECT_EQ(margins({3, -3, 3, 0}).second(), 1);
+}
+
+TEST_F(ScriptDecision, ApproximatesTheTestBeyondTheVotesItCountsExactly) {
+  using kvo::recognition::settled;
+  static_assert(kvo::recognition::kExactVotes < 150);
+  EXPECT_TRUE(settled(votes(90, 60)));   // exact 0.018
+  EXPECT_FALSE(settled(votes(80, 70)));  // exact 0.46
+  std::vector<double> lopsided;
+  for (int i = 1; i <= 150; ++i) lopsided.push_back(i);
+  lopsided.push_back(-151);
+  EXPECT_TRUE(settled(margins(lopsided)));
+  EXPECT_FALSE(settled(margins({})));
+}
+
+TEST_F(ScriptDecision, TheModelWhoseVotesWeighMoreReadsThePageNotTheOneWithMoreVotes) {
+  // 说这个 read both ways: the first model is the more confident of three
+  // glyphs by a little, the second of two glyphs the first hesitated over.
+  const auto first = lineRead(U"说这个们时", {99, 99, 99, 40, 50}, simplified_);
+  const auto second = lineRead(U"說這個們時", {98, 97, 96, 99, 99}, traditional_);
+  const auto votes = kvo::recognition::countVotes(first, second);
+  EXPECT_EQ(votes.first(), 3);
+  EXPECT_EQ(votes.second(), 2);
+  EXPECT_EQ(kvo::recognition::decideScript(first, second), Script::second);
 }
 
 TEST_F(ScriptDecision, ProbesTheStartOfLinesUntilHanTurnsUp) {
@@ -267,8 +312,8 @@ TEST_F(ScriptDecision, ProbesTheStartOfLinesUntilHanTurnsUp) {
   EXPECT_EQ(s.first.reads, expected);
   EXPECT_EQ(s.second.reads, (std::vector<std::pair<int, int>>{{2, kvo::recognition::kWholeLine}}));
   EXPECT_EQ(sample.linesWithHan, 1);
-  EXPECT_EQ(sample.votes.first, 20);
-  EXPECT_EQ(sample.votes.second, 0);
+  EXPECT_EQ(sample.votes.first(), 20);
+  EXPECT_EQ(sample.votes.second(), 0);
 }
 
 TEST_F(ScriptDecision, ReadsOnUntilTheVotesSettle) {
@@ -285,7 +330,7 @@ TEST_F(ScriptDecision, DecidesOnWhatTheWholeSampleShowsWhenTheVotesNeverSettle) 
   Sampling s(simplified_, simplified_, {5, 5, 5});
   const auto sample = s.read(rows(3));
   EXPECT_EQ(sample.linesWithHan, 3);
-  EXPECT_EQ(sample.votes.first + sample.votes.second, 0);
+  EXPECT_EQ(sample.votes.first() + sample.votes.second(), 0);
   EXPECT_EQ(kvo::recognition::decideScript(sample.first, sample.second), Script::first);
 }
 
@@ -308,7 +353,7 @@ TEST_F(ScriptDecision, FindsHanOnTheLastSpreadLineAfterSevenWithout) {
   Sampling s(simplified_, traditional_, han);
   const auto sample = s.read(rows(8));
   EXPECT_EQ(sample.linesWithHan, 1);
-  EXPECT_EQ(sample.votes.first, 20);
+  EXPECT_EQ(sample.votes.first(), 20);
 }
 
 TEST_F(ScriptDecision, IgnoresLinesWithAFewStrayHan) {
