@@ -15,7 +15,7 @@ namespace kvo::recognition {
 
 namespace {
 
-// The sign test's level: votes this unlikely under chance settle the choice.
+// The test's level: votes this unlikely under chance settle the choice.
 constexpr double kSignificance = 0.05;
 // Own-form characters both readings need for the doubt to be measured on them alone.
 constexpr int kEnoughOwnForms = 8;
