@@ -48,7 +48,15 @@ expect_line '^documents: 4 found, 4 with an outcome, 2 run now$' "$work/third.tx
 [ -f "$doc/a.png/artifacts/ocr.txt" ] && [ -f "$doc/0-new.png/outcome" ] || fail "interrupted or new document not run"
 
 echo "== time limit"
-"$batch" --input-dir "$in" --output-dir "$work/limited" --helper "$KVO_HELPER" --time-limit 0.05 | tee "$work/limited.txt"
+# A stand-in that never answers, so that every document runs into the limit
+# however fast the helper would have been (it rejects c.png in a few
+# milliseconds, faster than any limit short enough for a test).
+cat > "$work/stuck-helper" <<'EOF2'
+#!/bin/sh
+exec sleep 60
+EOF2
+chmod +x "$work/stuck-helper"
+"$batch" --input-dir "$in" --output-dir "$work/limited" --helper "$work/stuck-helper" --time-limit 0.5 | tee "$work/limited.txt"
 expect_line '^  timeout +4$' "$work/limited.txt"
 expect_line '^  local_runtime_timeout +4$' "$work/limited.txt"
 
