@@ -246,7 +246,7 @@ Script TesseractEngine::State::chooseScript(const std::vector<Box>& layout, cons
   };
   const recognition::SampleReading sample = recognition::readSample(recognition::sampleOrder(lines), first, second);
   if (sample.linesWithHan == 0) return Script::noHan;
-  return recognition::decideScript(sample.first, sample.second);
+  return recognition::decideScript(sample);
 }
 
 bool TesseractEngine::State::rereadLatinRuns(ReadLine& line, const std::string& languages, const GreyImage& grey,

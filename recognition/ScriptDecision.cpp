@@ -243,10 +243,11 @@ Votes countVotes(const HanReading& first, const HanReading& second) {
   return votes;
 }
 
-Script decideScript(const HanReading& first, const HanReading& second) {
+Script decideScript(const SampleReading& sample) {
+  const HanReading& first = sample.first;
+  const HanReading& second = sample.second;
   if (second.han.count == 0) return Script::first;
-  const Votes votes = countVotes(first, second);
-  if (const double sum = votes.rankSum(); sum != 0) return sum > 0 ? Script::first : Script::second;
+  if (const double sum = sample.votes.rankSum(); sum != 0) return sum > 0 ? Script::first : Script::second;
   // Both models are nearly sure of most characters; what tells them apart
   // is how much doubt each has left, on the characters each wrote in its
   // own script's forms when there are enough of them.

@@ -165,8 +165,9 @@ SampleReading readSample(const std::vector<Box>& sample, const SampleReader& fir
 constexpr int kHanPerLine = 4;
 constexpr int kProbeWidthInHeights = 12;
 
-// The decision, given both models' readings of the same lines with Han:
-// the sign of the votes' rank sum, then the doubt, then the first model.
-Script decideScript(const HanReading& first, const HanReading& second);
+// The decision on what the sample showed (both models' readings of the
+// same lines with Han and the votes readSample counted on them): the sign of
+// the votes' rank sum, then the doubt, then the first model.
+Script decideScript(const SampleReading& sample);
 
 }  // namespace kvo::recognition

@@ -106,6 +106,10 @@ class ScriptDecision : public ::testing::Test {
     for (int i = 0; i < second; ++i) v.add(-5);
     return v;
   }
+  // The decision on two readings of the same lines, with the votes they cast.
+  static Script decide(const HanReading& first, const HanReading& second) {
+    return kvo::recognition::decideScript({first, second, kvo::recognition::countVotes(first, second)});
+  }
   static kvo::recognition::Votes margins(const std::vector<double>& each) {
     kvo::recognition::Votes v;
     for (double m : each) v.add(m);
@@ -123,28 +127,28 @@ TEST_F(ScriptDecision, MeasuresDoubtAsWhatTheMeanConfidenceLeaves) {
 }
 
 TEST_F(ScriptDecision, KeepsTheFirstModelWhenTheSecondReadNoHan) {
-  EXPECT_EQ(kvo::recognition::decideScript(reading(50, 80), reading(0, 0)), Script::first);
+  EXPECT_EQ(decide(reading(50, 80), reading(0, 0)), Script::first);
 }
 
 TEST_F(ScriptDecision, GivesThePageToTheModelWithLessDoubtWhicheverWasRequestedFirst) {
-  EXPECT_EQ(kvo::recognition::decideScript(reading(50, 97), reading(50, 98)), Script::second);
-  EXPECT_EQ(kvo::recognition::decideScript(reading(50, 98), reading(50, 97)), Script::first);
+  EXPECT_EQ(decide(reading(50, 97), reading(50, 98)), Script::second);
+  EXPECT_EQ(decide(reading(50, 98), reading(50, 97)), Script::first);
   // Near certainty on both sides decides the same way.
-  EXPECT_EQ(kvo::recognition::decideScript(reading(50, 99.8), reading(50, 99.9)), Script::second);
+  EXPECT_EQ(decide(reading(50, 99.8), reading(50, 99.9)), Script::second);
 }
 
 TEST_F(ScriptDecision, KeepsTheFirstModelOnlyOnATie) {
-  EXPECT_EQ(kvo::recognition::decideScript(reading(50, 97), reading(50, 97)), Script::first);
+  EXPECT_EQ(decide(reading(50, 97), reading(50, 97)), Script::first);
 }
 
 TEST_F(ScriptDecision, WeighsOnlyOwnFormsWhenBothReadingsHaveEnough) {
   // Shared characters alike; the wrong model hesitates on its own forms.
-  EXPECT_EQ(kvo::recognition::decideScript(reading(60, 99, 8, 90), reading(60, 99, 8, 98)), Script::second);
-  EXPECT_EQ(kvo::recognition::decideScript(reading(60, 99, 8, 98), reading(60, 99, 8, 90)), Script::first);
+  EXPECT_EQ(decide(reading(60, 99, 8, 90), reading(60, 99, 8, 98)), Script::second);
+  EXPECT_EQ(decide(reading(60, 99, 8, 98), reading(60, 99, 8, 90)), Script::first);
   // Seven own forms in one reading: all Han characters count (doubt 2.2
   // against 2.77), though the own forms alone (10 against 1) would favour the second.
-  EXPECT_EQ(kvo::recognition::decideScript(reading(60, 99, 8, 90), reading(60, 97, 8, 99)), Script::second);
-  EXPECT_EQ(kvo::recognition::decideScript(reading(60, 99, 8, 90), reading(60, 97, 7, 99)), Script::first);
+  EXPECT_EQ(decide(reading(60, 99, 8, 90), reading(60, 97, 8, 99)), Script::second);
+  EXPECT_EQ(decide(reading(60, 99, 8, 90), reading(60, 97, 7, 99)), Script::first);
 }
 
 TEST_F(ScriptDecision, CountsHanSymbolsAndTheirOwnForms) {
@@ -182,8 +186,8 @@ TEST_F(ScriptDecision, GlyphsReadInBothFormsVoteForTheMoreConfidentModel) {
   EXPECT_EQ(votes.second(), 2);
   // The votes decide though the second model's doubt over all its Han is the greater.
   EXPECT_GT(second.han.doubt(), first.han.doubt());
-  EXPECT_EQ(kvo::recognition::decideScript(first, second), Script::second);
-  EXPECT_EQ(kvo::recognition::decideScript(second, first), Script::first);
+  EXPECT_EQ(decide(first, second), Script::second);
+  EXPECT_EQ(decide(second, first), Script::first);
 }
 
 TEST_F(ScriptDecision, PairsGlyphsAcrossCharactersOnlyOneModelRead) {
@@ -194,7 +198,7 @@ TEST_F(ScriptDecision, PairsGlyphsAcrossCharactersOnlyOneModelRead) {
   const auto votes = kvo::recognition::countVotes(first, second);
   EXPECT_EQ(votes.first(), 2);
   EXPECT_EQ(votes.second(), 1);
-  EXPECT_EQ(kvo::recognition::decideScript(first, second), Script::first);
+  EXPECT_EQ(decide(first, second), Script::first);
 }
 
 TEST_F(ScriptDecision, AGlyphTheModelsReadAsDifferentCharactersVotesToo) {
@@ -224,8 +228,8 @@ TEST_F(ScriptDecision, FallsBackToTheDoubtOnATieOfVotes) {
   const auto votes = kvo::recognition::countVotes(first, second);
   EXPECT_EQ(votes.first(), 1);
   EXPECT_EQ(votes.second(), 1);
-  EXPECT_EQ(kvo::recognition::decideScript(first, second), Script::first);
-  EXPECT_EQ(kvo::recognition::decideScript(second, first), Script::second);
+  EXPECT_EQ(decide(first, second), Script::first);
+  EXPECT_EQ(decide(second, first), Script::second);
 }
 
 TEST_F(ScriptDecision, SamplesWideHorizontalLinesOnly) {
@@ -299,7 +303,7 @@ TEST_F(ScriptDecision, TheModelWhoseVotesWeighMoreReadsThePageNotTheOneWithMoreV
   const auto votes = kvo::recognition::countVotes(first, second);
   EXPECT_EQ(votes.first(), 3);
   EXPECT_EQ(votes.second(), 2);
-  EXPECT_EQ(kvo::recognition::decideScript(first, second), Script::second);
+  EXPECT_EQ(decide(first, second), Script::second);
 }
 
 TEST_F(ScriptDecision, ProbesTheStartOfLinesUntilHanTurnsUp) {
@@ -322,7 +326,7 @@ TEST_F(ScriptDecision, ReadsOnUntilTheVotesSettle) {
   // Four votes after one line, eight after two: settled.
   EXPECT_EQ(sample.linesWithHan, 2);
   EXPECT_EQ(s.second.reads.size(), 2u);
-  EXPECT_EQ(kvo::recognition::decideScript(sample.first, sample.second), Script::first);
+  EXPECT_EQ(kvo::recognition::decideScript(sample), Script::first);
 }
 
 TEST_F(ScriptDecision, DecidesOnWhatTheWholeSampleShowsWhenTheVotesNeverSettle) {
@@ -331,7 +335,7 @@ TEST_F(ScriptDecision, DecidesOnWhatTheWholeSampleShowsWhenTheVotesNeverSettle) 
   const auto sample = s.read(rows(3));
   EXPECT_EQ(sample.linesWithHan, 3);
   EXPECT_EQ(sample.votes.first() + sample.votes.second(), 0);
-  EXPECT_EQ(kvo::recognition::decideScript(sample.first, sample.second), Script::first);
+  EXPECT_EQ(kvo::recognition::decideScript(sample), Script::first);
 }
 
 TEST_F(ScriptDecision, TakesAPageForOneWithoutHanWhenNoneOfTheSpreadLinesShowsAny) {
