@@ -24,6 +24,7 @@
 #include "recognition/PageTurn.h"
 #include "recognition/ReadingPlan.h"
 #include "recognition/ScriptDecision.h"
+#include "recognition/UnreadInk.h"
 
 namespace kvo {
 
@@ -90,8 +91,11 @@ class SingleThreadRegions {
 };
 
 // A page is read in Tesseract's automatic page segmentation, a line or a
-// region of one as a single line.
-enum class ReaderKind { page, line };
+// region of one as a single line, and the rest of a page whose layout
+// analysis dropped lines as sparse text: what is left there is remnants
+// (lines, and the starts of lines whose other words were read) in no layout
+// of columns and blocks, which the automatic segmentation drops again.
+enum class ReaderKind { page, line, sparse };
 
 }  // namespace
 
@@ -129,10 +133,13 @@ struct TesseractEngine::State {
   // Reads sample lines among the page's `lines` (its layout) with the plan's
   // two Chinese models (recognition/ScriptDecision).
   Script chooseScript(const std::vector<Box>& lines, const GreyImage& grey, int width, int height, int resolution);
-  // The page's lines as `api` read them. With `latinLanguages`, the Latin
-  // runs on them are read again with those models (recognition/LatinRuns).
+  // The page's lines as `api` read them, blanks between words measured on
+  // `ink` (the binarised page `api` read); with `boxes`, each observation's
+  // line box, in the same order. With `latinLanguages`, the Latin runs on
+  // them are read again from `grey` with those models (recognition/LatinRuns).
   std::vector<TextObservation> collect(tesseract::TessBaseAPI& api, double width, double height,
-                                       const GreyImage& grey, const std::string& latinLanguages);
+                                       const GreyImage& grey, const InkMap& ink, const std::string& latinLanguages,
+                                       std::vector<Box>* boxes = nullptr);
   // False when the Latin models fail to load.
   bool rereadLatinRuns(ReadLine& line, const std::string& languages, const GreyImage& grey, const InkBits* ink,
                        int width, int height, int resolution);
@@ -161,7 +168,9 @@ bool TesseractEngine::State::configure(const RecognitionRequest& request) {
 }
 
 tesseract::TessBaseAPI* TesseractEngine::State::reader(const std::string& wanted, ReaderKind kind) {
-  const auto mode = kind == ReaderKind::page ? tesseract::PSM_AUTO : tesseract::PSM_SINGLE_LINE;
+  const auto mode = kind == ReaderKind::page   ? tesseract::PSM_AUTO
+                    : kind == ReaderKind::line ? tesseract::PSM_SINGLE_LINE
+                                               : tesseract::PSM_SPARSE_TEXT;
   if (auto found = readers.find(wanted); found != readers.end()) {
     found->second->SetPageSegMode(mode);
     return found->second.get();
@@ -271,11 +280,11 @@ bool TesseractEngine::State::rereadLatinRuns(ReadLine& line, const std::string& 
 }
 
 std::vector<TextObservation> TesseractEngine::State::collect(tesseract::TessBaseAPI& api, double width,
-                                                            double height, const GreyImage& grey,
-                                                            const std::string& latinLanguages) {
+                                                            double height, const GreyImage& grey, const InkMap& ink,
+                                                            const std::string& latinLanguages,
+                                                            std::vector<Box>* boxes) {
   std::vector<TextObservation> observations;
   const int w = static_cast<int>(width), h = static_cast<int>(height);
-  const InkMap ink(api.GetThresholdedImage(), w, h);
   std::vector<ReadLine> lines = tesseract_reading::readLines(api, ink.bits());
   if (!latinLanguages.empty()) {
     const int resolution = api.GetSourceYResolution();
@@ -298,6 +307,7 @@ std::vector<TextObservation> TesseractEngine::State::collect(tesseract::TessBase
     o.bottomRight = corners.bottomRight;
     o.bottomLeft = corners.bottomLeft;
     observations.push_back(std::move(o));
+    if (boxes != nullptr) boxes->push_back(line.box);
   }
   return observations;
 }
@@ -347,16 +357,16 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
     height = turn->turnedHeight;
   }
   // Tesseract copies the pixels into its own image.
-  auto load = [&](tesseract::TessBaseAPI& api) {
+  auto load = [&](tesseract::TessBaseAPI& api, const GreyImage& image) {
     api.Clear();
-    api.SetImage(page->data, width, height, 1, width);
+    api.SetImage(image.data, width, height, 1, width);
     if (ppi > 0) api.SetSourceResolution(ppi);
   };
   // The resolution Tesseract read the page at: the image's, or its own
   // estimate from the text's size when the image has none.
   int resolution = 0;
   auto findLayout = [&](tesseract::TessBaseAPI& api) {
-    load(api);
+    load(api, *page);
     Layout found = tesseract_reading::analyseLayout(api);
     resolution = api.GetSourceYResolution();
     return found;
@@ -417,8 +427,37 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
     }
     api = state.reader(plan.pageModels(script), ReaderKind::page);
     if (api == nullptr) return std::nullopt;
-    load(*api);
-    if (api->Recognize(nullptr) == 0) result = state.collect(*api, width, height, *page, latinLanguages);
+    load(*api, *page);
+    if (api->Recognize(nullptr) == 0) {
+      const InkMap ink(api->GetThresholdedImage(), width, height);
+      std::vector<Box> read;
+      result = state.collect(*api, width, height, *page, ink, latinLanguages, &read);
+      // Lines the layout analysis dropped are looked for on the rest of the
+      // page, the lines read blanked out, as sparse text; what is found there
+      // is kept where it holds glyph-sized ink no line read covers
+      // (recognition/UnreadInk). A line the reading found no text on (a
+      // frame, a picture) covers nothing.
+      std::vector<Box> withText;
+      for (size_t i = 0; i < read.size(); ++i)
+        if ((*result)[i].candidate) withText.push_back(read[i]);
+      const std::vector<Box> unread = state.failed || ink.bits() == nullptr
+                                          ? std::vector<Box>{}
+                                          : recognition::unreadGlyphs(*ink.bits(), withText);
+      GreyImage rest;
+      if (!unread.empty() && recognition::blankLines(*page, width, height, withText, rest)) {
+        api = state.reader(plan.pageModels(script), ReaderKind::sparse);  // the same reader
+        if (api == nullptr) return std::nullopt;
+        load(*api, rest);
+        if (api->Recognize(nullptr) == 0) {
+          const InkMap restInk(api->GetThresholdedImage(), width, height);
+          std::vector<Box> more;
+          std::vector<TextObservation> found =
+              state.collect(*api, width, height, *page, restInk, latinLanguages, &more);
+          for (size_t i = 0; i < found.size(); ++i)
+            if (recognition::holdsUnreadGlyph(more[i], unread)) result->push_back(std::move(found[i]));
+        }
+      }
+    }
     if (state.failed) {
       // A model for the lines failed to load: the readers are gone.
       api = nullptr;

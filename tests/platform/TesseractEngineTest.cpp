@@ -227,6 +227,23 @@ TEST_F(TesseractEngine, StraightensCrookedChineseTheSkewFinderIsUnsureOf) {
   EXPECT_NE(find(observations, "深色背景上的淺色文字也能讀取"), nullptr) << allText(observations);
 }
 
+TEST_F(TesseractEngine, ReadsTheLinesItsLayoutAnalysisDropped) {
+  // Read in one pass, this screenshot loses "Ogg FLAC 音訊" and "Ogg Speex 音訊".
+  const Bitmap image = fixture("ocr_screenshot_list.ppm");
+  const auto observations = recognize(image);
+  const TextObservation* flac = find(observations, "FLAC");
+  ASSERT_NE(flac, nullptr) << allText(observations);
+  EXPECT_NE(text(*flac).find("音訊"), std::string::npos) << text(*flac);
+  expectAround(*flac, drawn("ocr_screenshot_list", "line9"), image);
+  const TextObservation* speex = find(observations, "Speex");
+  ASSERT_NE(speex, nullptr) << allText(observations);
+  expectAround(*speex, drawn("ocr_screenshot_list", "line10"), image);
+  // The lines the first pass read are there once each.
+  int office = 0;
+  for (const auto& o : observations) office += text(o).find("Office") != std::string::npos ? 1 : 0;
+  EXPECT_EQ(office, 3) << allText(observations);
+}
+
 TEST_F(TesseractEngine, CompositesTransparentPixelsOverWhite) {
   // Transparent black background: read without its alpha, the page is black.
   const Bitmap image = fixture("ocr_hello_transparent.pam");

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <vector>
+
+#include "recognition/PageRaster.h"
+
+namespace kvo::recognition {
+
+// Text the page's layout analysis left out. Tesseract's layout analysis
+// now and then drops lines outright: a stack of short lines of thick glyphs
+// taken for a picture, a column of the same word ("Ogg" five times at the
+// start of five lines) taken for something other than text. What it
+// dropped is still on the page as ink that no line read covers, in pieces
+// of the size of the page's glyphs; such pieces are what a second reading
+// of the rest of the page looks for, and what its lines must hold to be
+// kept (a stray mark, a rule or a picture is not glyph-sized, and a reading
+// that holds none of the pieces reads something else).
+
+// The boxes of the glyph-sized stretches of ink (8-connected) of `page`
+// that lie outside every one of `lines` (the boxes of the lines read,
+// each with linePadding around it): a stretch counts as outside when its
+// middle is. Glyph-sized: at least half and at most one and a half times
+// as tall as the page's typical line is thick (the median over `lines`),
+// and at most kMostGlyphsInAStretch times as wide. Empty without lines, since
+// then there is no glyph size to go by.
+std::vector<Box> unreadGlyphs(const InkBits& page, const std::vector<Box>& lines);
+constexpr int kMostGlyphsInAStretch = 8;
+
+// A copy of `grey` (width × height, dark ink on a light ground) with each
+// of `lines`, its linePadding around it, painted white: the rest of the
+// page, to be read again. False when the memory cannot be had.
+bool blankLines(const GreyImage& grey, int width, int height, const std::vector<Box>& lines, GreyImage& rest);
+
+// True when `line` (a line of the second reading) holds the middle of one of `glyphs`.
+bool holdsUnreadGlyph(const Box& line, const std::vector<Box>& glyphs);
+
+}  // namespace kvo::recognition
