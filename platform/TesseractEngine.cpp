@@ -130,9 +130,18 @@ struct TesseractEngine::State {
   // true clockwise, false counter-clockwise; nullopt when no line reads
   // either way.
   std::optional<bool> uprightTurn(const std::vector<Box>& lines, const GreyImage& grey, int width, int height);
-  // Reads sample lines among the page's `lines` (its layout) with the plan's
-  // two Chinese models (recognition/ScriptDecision).
-  Script chooseScript(const std::vector<Box>& lines, const GreyImage& grey, int width, int height, int resolution);
+  // The plan's two Chinese models as readers of sample lines of the page
+  // `grey` (recognition/ScriptDecision); the second model is loaded when a
+  // line first asks for it, which a page without Han never does. `first` is
+  // null when its model fails to load (`failed` tells).
+  struct SampleReaders {
+    recognition::SampleReader first, second;
+  };
+  SampleReaders sampleReaders(const GreyImage& grey, int width, int height, int resolution);
+  // Reads sample lines among the page's `lines` (its layout) with `readers`
+  // into `sample`, and decides on them.
+  Script chooseScript(const std::vector<Box>& lines, const SampleReaders& readers,
+                      recognition::SampleReading& sample);
   // The page's lines as `api` read them, blanks between words measured on
   // `ink` (the binarised page `api` read); with `boxes`, each observation's
   // line box, in the same order. With `latinLanguages`, the Latin runs on
@@ -221,14 +230,9 @@ std::optional<bool> TesseractEngine::State::uprightTurn(const std::vector<Box>& 
   return clockwise >= counter;
 }
 
-Script TesseractEngine::State::chooseScript(const std::vector<Box>& layout, const GreyImage& grey, int width,
-                                            int height, int resolution) {
-  // Horizontal text lines, in reading order.
-  std::vector<Box> lines;
-  std::copy_if(layout.begin(), layout.end(), std::back_inserter(lines), recognition::isSampleLine);
-  if (lines.empty()) return Script::noHan;
-
-  auto readerFor = [&](const std::string& code) -> recognition::SampleReader {
+TesseractEngine::State::SampleReaders TesseractEngine::State::sampleReaders(const GreyImage& grey, int width,
+                                                                         int height, int resolution) {
+  auto readerFor = [this, &grey, width, height, resolution](const std::string& code) -> recognition::SampleReader {
     tesseract::TessBaseAPI* api = reader(code, ReaderKind::line);
     if (api == nullptr) return nullptr;
     const ScriptForms& codeForms = forms(code);
@@ -244,16 +248,23 @@ Script TesseractEngine::State::chooseScript(const std::vector<Box>& layout, cons
       return reading;
     };
   };
-  const recognition::SampleReader first = readerFor(plan.first);
-  if (!first) return Script::noHan;  // `failed` tells why
-  // The second model is loaded when a line with Han asks for it: a page
-  // without Han never does.
-  recognition::SampleReader loaded;
-  const recognition::SampleReader second = [&](const Box& b, int widest) {
-    if (!loaded) loaded = readerFor(plan.second);
-    return loaded ? loaded(b, widest) : HanReading{};
+  SampleReaders readers;
+  readers.first = readerFor(plan.first);
+  auto loaded = std::make_shared<recognition::SampleReader>();
+  readers.second = [readerFor, loaded, code = plan.second](const Box& b, int widest) {
+    if (!*loaded) *loaded = readerFor(code);
+    return *loaded ? (*loaded)(b, widest) : HanReading{};
   };
-  const recognition::SampleReading sample = recognition::readSample(recognition::sampleOrder(lines), first, second);
+  return readers;
+}
+
+Script TesseractEngine::State::chooseScript(const std::vector<Box>& layout, const SampleReaders& readers,
+                                            recognition::SampleReading& sample) {
+  // Horizontal text lines, in reading order.
+  std::vector<Box> lines;
+  std::copy_if(layout.begin(), layout.end(), std::back_inserter(lines), recognition::isSampleLine);
+  if (lines.empty() || !readers.first) return Script::noHan;  // `failed` tells why a reader is missing
+  sample = recognition::readSample(recognition::sampleOrder(lines), readers.first, readers.second);
   if (sample.linesWithHan == 0) return Script::noHan;
   return recognition::decideScript(sample);
 }
@@ -417,26 +428,34 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
       layout = findLayout(*api);
     }
     Script script = Script::noHan;
+    State::SampleReaders sampleReaders;
+    recognition::SampleReading sample;
     if (plan.choosesScript()) {
-      script = state.chooseScript(layout.lines, *page, width, height, resolution);
+      sampleReaders = state.sampleReaders(*page, width, height, resolution);
+      script = state.chooseScript(layout.lines, sampleReaders, sample);
       if (state.failed) {
         api = nullptr;
         return std::nullopt;
       }
       if (script != Script::noHan) latinLanguages = plan.latin;
     }
-    api = state.reader(plan.pageModels(script), ReaderKind::page);
-    if (api == nullptr) return std::nullopt;
-    load(*api, *page);
-    if (api->Recognize(nullptr) == 0) {
+    // Reads the page with the models for `script` into `result`; `found`
+    // gets the boxes of the lines the layout analysis dropped and the second
+    // reading found (recognition/UnreadInk). False when a reader fails to load.
+    auto readPage = [&](std::vector<Box>& found) {
+      result.reset();
+      found.clear();
+      api = state.reader(plan.pageModels(script), ReaderKind::page);
+      if (api == nullptr) return false;
+      load(*api, *page);
+      if (api->Recognize(nullptr) != 0) return true;
       const InkMap ink(api->GetThresholdedImage(), width, height);
       std::vector<Box> read;
       result = state.collect(*api, width, height, *page, ink, latinLanguages, &read);
       // Lines the layout analysis dropped are looked for on the rest of the
       // page, the lines read blanked out, as sparse text; what is found there
-      // is kept where it holds glyph-sized ink no line read covers
-      // (recognition/UnreadInk). A line the reading found no text on (a
-      // frame, a picture) covers nothing.
+      // is kept where it holds glyph-sized ink no line read covers. A line
+      // the reading found no text on (a frame, a picture) covers nothing.
       std::vector<Box> withText;
       for (size_t i = 0; i < read.size(); ++i)
         if ((*result)[i].candidate) withText.push_back(read[i]);
@@ -444,18 +463,33 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
                                           ? std::vector<Box>{}
                                           : recognition::unreadGlyphs(*ink.bits(), withText);
       GreyImage rest;
-      if (!unread.empty() && recognition::blankLines(*page, width, height, withText, rest)) {
-        api = state.reader(plan.pageModels(script), ReaderKind::sparse);  // the same reader
-        if (api == nullptr) return std::nullopt;
-        load(*api, rest);
-        if (api->Recognize(nullptr) == 0) {
-          const InkMap restInk(api->GetThresholdedImage(), width, height);
-          std::vector<Box> more;
-          std::vector<TextObservation> found =
-              state.collect(*api, width, height, *page, restInk, latinLanguages, &more);
-          for (size_t i = 0; i < found.size(); ++i)
-            if (recognition::holdsUnreadGlyph(more[i], unread)) result->push_back(std::move(found[i]));
+      if (unread.empty() || !recognition::blankLines(*page, width, height, withText, rest)) return true;
+      api = state.reader(plan.pageModels(script), ReaderKind::sparse);  // the same reader
+      if (api == nullptr) return false;
+      load(*api, rest);
+      if (api->Recognize(nullptr) != 0) return true;
+      const InkMap restInk(api->GetThresholdedImage(), width, height);
+      std::vector<Box> more;
+      std::vector<TextObservation> again = state.collect(*api, width, height, *page, restInk, latinLanguages, &more);
+      for (size_t i = 0; i < again.size(); ++i)
+        if (recognition::holdsUnreadGlyph(more[i], unread)) {
+          result->push_back(std::move(again[i]));
+          found.push_back(more[i]);
         }
+      return true;
+    };
+    std::vector<Box> dropped;
+    if (!readPage(dropped)) return std::nullopt;
+    // The sample saw only the lines the first layout analysis found. When
+    // its votes were not settled and the page read found more, those are
+    // sampled too, and a page the votes then give to the other model is
+    // read again with it.
+    if (script != Script::noHan && !dropped.empty() && !state.failed && !recognition::settled(sample.votes)) {
+      recognition::extendSample(sample, dropped, sampleReaders.first, sampleReaders.second);
+      const Script again = state.failed ? script : recognition::decideScript(sample);
+      if (again != script) {
+        script = again;
+        if (!readPage(dropped)) return std::nullopt;
       }
     }
     if (state.failed) {

@@ -166,6 +166,26 @@ bool settled(const Votes& votes) {
   return p < kSignificance;
 }
 
+namespace {
+
+// Reads line `b`, which the first model read as `one`, with the second too,
+// and adds both readings and their votes to `sample`: true when the votes
+// are then settled. A line with too little Han is left out.
+bool addLine(SampleReading& sample, HanReading one, const SampleReader& second, const Box& b) {
+  if (one.han.count < kHanPerLine) return false;
+  ++sample.linesWithHan;
+  HanReading other = second(b, kWholeLine);
+  // One line each, even one with no Han: the readings' lines pair up by position.
+  for (HanReading* reading : {&one, &other})
+    if (reading->lines.empty()) reading->lines.emplace_back();
+  sample.votes.add(countVotes(one, other));
+  sample.first.add(one);
+  sample.second.add(other);
+  return settled(sample.votes);
+}
+
+}  // namespace
+
 SampleReading readSample(const std::vector<Box>& sample, const SampleReader& first, const SampleReader& second) {
   SampleReading result;
   for (size_t i = 0; i < sample.size(); ++i) {
@@ -175,20 +195,16 @@ SampleReading readSample(const std::vector<Box>& sample, const SampleReader& fir
     if (probing && i >= kSpreadLines) break;
     const int probeWidth = kProbeWidthInHeights * b.height();
     if (probing && b.width() > probeWidth && first(b, probeWidth).han.count == 0) continue;
-    HanReading one = first(b, kWholeLine);
-    if (one.han.count < kHanPerLine) continue;
-    ++result.linesWithHan;
-    HanReading other = second(b, kWholeLine);
-    // One line each, even one with no Han: the readings' lines pair up by position.
-    for (HanReading* reading : {&one, &other})
-      if (reading->lines.empty()) reading->lines.emplace_back();
-    const Votes votes = countVotes(one, other);
-    result.votes.add(votes);
-    result.first.add(one);
-    result.second.add(other);
-    if (settled(result.votes)) break;
+    if (addLine(result, first(b, kWholeLine), second, b)) break;
   }
   return result;
+}
+
+void extendSample(SampleReading& sample, const std::vector<Box>& lines, const SampleReader& first,
+                  const SampleReader& second) {
+  if (settled(sample.votes)) return;
+  for (const Box& b : lines)
+    if (addLine(sample, first(b, kWholeLine), second, b)) return;
 }
 
 namespace {

@@ -30,7 +30,9 @@ namespace kvo::recognition {
 // weigh more reads the page. The vote compares the two models glyph by glyph, so
 // what makes a glyph hard to read (blur, size, ground) weighs on both alike.
 // Without votes, or on a tie, the model with less doubt over all its Han
-// characters wins, and the first requested on a tie of that too.
+// characters wins, and the first requested on a tie of that too. Lines the
+// layout analysis missed and the page read found later join a sample whose
+// votes were not settled (extendSample).
 
 // Confidences (0..100) of some characters of a reading.
 struct Confidences {
@@ -162,6 +164,13 @@ constexpr size_t kExactVotes = 120;
 // have none when none of the kSpreadLines lines spread over it shows any: a
 // page without Han costs eight short reads.
 SampleReading readSample(const std::vector<Box>& sample, const SampleReader& first, const SampleReader& second);
+
+// Reads more lines into a sample whose votes are not settled, in order, each
+// whole with the first model and, when it holds Han, with the second, until
+// the votes are settled or the lines run out: lines the page's first layout
+// analysis missed, found when the page was read (recognition/UnreadInk).
+void extendSample(SampleReading& sample, const std::vector<Box>& lines, const SampleReader& first,
+                  const SampleReader& second);
 constexpr int kHanPerLine = 4;
 constexpr int kProbeWidthInHeights = 12;
 

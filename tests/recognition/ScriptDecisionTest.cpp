@@ -86,6 +86,11 @@ class ScriptDecision : public ::testing::Test {
           sample, [&](const Box& b, int widest) { return first(b, widest); },
           [&](const Box& b, int widest) { return second(b, widest); });
     }
+    void extend(kvo::recognition::SampleReading& sample, const std::vector<Box>& more) {
+      kvo::recognition::extendSample(
+          sample, more, [&](const Box& b, int widest) { return first(b, widest); },
+          [&](const Box& b, int widest) { return second(b, widest); });
+    }
   };
   static std::vector<Box> rows(int count, int widthInHeights = 40) {
     std::vector<Box> lines;
@@ -336,6 +341,32 @@ TEST_F(ScriptDecision, DecidesOnWhatTheWholeSampleShowsWhenTheVotesNeverSettle) 
   EXPECT_EQ(sample.linesWithHan, 3);
   EXPECT_EQ(sample.votes.first() + sample.votes.second(), 0);
   EXPECT_EQ(kvo::recognition::decideScript(sample), Script::first);
+}
+
+TEST_F(ScriptDecision, ReadsLinesFoundLaterIntoASampleThatDidNotSettle) {
+  // Four votes from the one line the first layout found; the lines found
+  // when the page was read add theirs, read whole, until the votes settle.
+  Sampling s(simplified_, traditional_, {4, 0, 4, 4});
+  auto sample = s.read(rows(1));
+  EXPECT_FALSE(kvo::recognition::settled(sample.votes));
+  s.first.reads.clear();
+  s.extend(sample, {line(1), line(2), line(3)});
+  const std::vector<std::pair<int, int>> whole = {{1, kvo::recognition::kWholeLine},
+                                                  {2, kvo::recognition::kWholeLine}};
+  EXPECT_EQ(s.first.reads, whole) << "row 1 holds no Han; row 2 brings the votes to 8, which settle";
+  EXPECT_EQ(sample.linesWithHan, 2);
+  EXPECT_EQ(sample.votes.first(), 8);
+  EXPECT_EQ(kvo::recognition::decideScript(sample), Script::first);
+}
+
+TEST_F(ScriptDecision, LeavesASettledSampleAsItIs) {
+  Sampling s(simplified_, traditional_, {20, 20});
+  auto sample = s.read(rows(1));
+  ASSERT_TRUE(kvo::recognition::settled(sample.votes));
+  s.first.reads.clear();
+  s.extend(sample, {line(1)});
+  EXPECT_TRUE(s.first.reads.empty());
+  EXPECT_EQ(sample.linesWithHan, 1);
 }
 
 TEST_F(ScriptDecision, TakesAPageForOneWithoutHanWhenNoneOfTheSpreadLinesShowsAny) {
