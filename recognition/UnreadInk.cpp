@@ -12,6 +12,13 @@ namespace {
 
 bool holds(const Box& b, int x, int y) { return x >= b.left && x < b.right && y >= b.top && y < b.bottom; }
 
+// A line read, with the blank kept around it, on a page of width × height.
+Box withPadding(const Box& line, int width, int height) {
+  const int pad = linePadding(line);
+  return Box{std::max(0, line.left - pad), std::max(0, line.top - pad), std::min(width, line.right + pad),
+             std::min(height, line.bottom + pad)};
+}
+
 int medianThickness(const std::vector<Box>& lines) {
   std::vector<int> thickness;
   thickness.reserve(lines.size());
@@ -29,16 +36,16 @@ std::vector<Box> unreadGlyphs(const InkBits& page, const std::vector<Box>& lines
   const int thickness = medianThickness(lines);
   if (thickness <= 0) return glyphs;
   const int w = page.width, h = page.height;
-  // Covered: inside a read line's padded box. Only the ink outside is
-  // followed, so a page read whole costs one pass over its lines' boxes.
+  // Covered: inside a read line's padded box. Ink there was read and stops
+  // a stretch; a page read whole costs one pass over its pixels.
   std::vector<uint8_t> seen(static_cast<size_t>(w) * static_cast<size_t>(h), 0);
+  std::vector<Box> covered;
+  covered.reserve(lines.size());
   for (const Box& line : lines) {
-    const int pad = linePadding(line);
-    const int left = std::max(0, line.left - pad), right = std::min(w, line.right + pad);
-    const int top = std::max(0, line.top - pad), bottom = std::min(h, line.bottom + pad);
-    for (int y = top; y < bottom; ++y)
-      std::fill(seen.begin() + static_cast<std::ptrdiff_t>(static_cast<size_t>(y) * w + left),
-                seen.begin() + static_cast<std::ptrdiff_t>(static_cast<size_t>(y) * w + right), 1);
+    const Box b = covered.emplace_back(withPadding(line, w, h));
+    for (int y = b.top; y < b.bottom && b.left < b.right; ++y)
+      std::fill(seen.begin() + static_cast<std::ptrdiff_t>(static_cast<size_t>(y) * w + b.left),
+                seen.begin() + static_cast<std::ptrdiff_t>(static_cast<size_t>(y) * w + b.right), 1);
   }
   std::vector<size_t> todo;
   for (int y0 = 0; y0 < h; ++y0)
@@ -67,10 +74,8 @@ std::vector<Box> unreadGlyphs(const InkBits& page, const std::vector<Box>& lines
           }
       }
       const int cx = (box.left + box.right) / 2, cy = (box.top + box.bottom) / 2;
-      const bool outside = std::none_of(lines.begin(), lines.end(), [&](const Box& line) {
-        const int pad = linePadding(line);
-        return holds(Box{line.left - pad, line.top - pad, line.right + pad, line.bottom + pad}, cx, cy);
-      });
+      const bool outside =
+          std::none_of(covered.begin(), covered.end(), [&](const Box& b) { return holds(b, cx, cy); });
       const bool glyphSized = 2 * box.height() >= thickness && 2 * box.height() <= 3 * thickness &&
                               box.width() <= kMostGlyphsInAStretch * thickness;
       if (outside && glyphSized) glyphs.push_back(box);
@@ -84,11 +89,9 @@ bool blankLines(const GreyImage& grey, int width, int height, const std::vector<
   if (data == nullptr) return false;
   std::memcpy(data, grey.data, count);
   for (const Box& line : lines) {
-    const int pad = linePadding(line);
-    const int left = std::max(0, line.left - pad), right = std::min(width, line.right + pad);
-    const int top = std::max(0, line.top - pad), bottom = std::min(height, line.bottom + pad);
-    for (int y = top; y < bottom && left < right; ++y)
-      std::memset(data + static_cast<size_t>(y) * width + left, 255, static_cast<size_t>(right - left));
+    const Box b = withPadding(line, width, height);
+    for (int y = b.top; y < b.bottom && b.left < b.right; ++y)
+      std::memset(data + static_cast<size_t>(y) * width + b.left, 255, static_cast<size_t>(b.right - b.left));
   }
   std::free(rest.data);
   rest.data = data;
