@@ -13,8 +13,10 @@ namespace kvo::recognition {
 // dropped is still on the page as ink that no line read covers, in pieces
 // of the size of the page's glyphs; such pieces are what a second reading
 // of the rest of the page looks for, and what its lines must hold to be
-// kept (a stray mark, a rule or a picture is not glyph-sized, and a reading
-// that holds none of the pieces reads something else).
+// kept (a stray mark, a rule or a frame is not glyph-sized, and a reading
+// that holds none of the pieces reads something else). A picture's texture
+// can be glyph-sized: such a page is read again for nothing, and what the
+// second reading makes of the picture is kept where it holds its pieces.
 
 // The boxes of the glyph-sized stretches of ink (8-connected) of `page`
 // that lie outside every one of `lines` (the boxes of the lines read,
