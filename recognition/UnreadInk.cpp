@@ -37,25 +37,26 @@ std::vector<Box> unreadGlyphs(const InkBits& page, const std::vector<Box>& lines
   if (thickness <= 0) return glyphs;
   const int w = page.width, h = page.height;
   // Covered: inside a read line's padded box. Ink there was read and stops
-  // a stretch; a page read whole costs one pass over its pixels.
-  std::vector<uint8_t> seen(static_cast<size_t>(w) * static_cast<size_t>(h), 0);
+  // a stretch; a page read whole costs one pass over its pixels. Every page
+  // is searched, so the marks are a bit a pixel, as the ink itself is.
+  std::vector<bool> seen(static_cast<size_t>(w) * static_cast<size_t>(h), false);
   std::vector<Box> covered;
   covered.reserve(lines.size());
   for (const Box& line : lines) {
     const Box b = covered.emplace_back(withPadding(line, w, h));
     for (int y = b.top; y < b.bottom && b.left < b.right; ++y)
       std::fill(seen.begin() + static_cast<std::ptrdiff_t>(static_cast<size_t>(y) * w + b.left),
-                seen.begin() + static_cast<std::ptrdiff_t>(static_cast<size_t>(y) * w + b.right), 1);
+                seen.begin() + static_cast<std::ptrdiff_t>(static_cast<size_t>(y) * w + b.right), true);
   }
   std::vector<size_t> todo;
   for (int y0 = 0; y0 < h; ++y0)
     for (int x0 = 0; x0 < w; ++x0) {
       const size_t start = static_cast<size_t>(y0) * w + x0;
-      if (seen[start] != 0 || !page.ink(x0, y0)) continue;
+      if (seen[start] || !page.ink(x0, y0)) continue;
       // One stretch of uncovered ink: its box. Ink inside a line's box
       // stops it, as that ink was read.
       Box box{x0, y0, x0 + 1, y0 + 1};
-      seen[start] = 1;
+      seen[start] = true;
       todo.assign(1, start);
       while (!todo.empty()) {
         const size_t at = todo.back();
@@ -68,8 +69,8 @@ std::vector<Box> unreadGlyphs(const InkBits& page, const std::vector<Box>& lines
         for (int ny = std::max(0, y - 1); ny <= std::min(h - 1, y + 1); ++ny)
           for (int nx = std::max(0, x - 1); nx <= std::min(w - 1, x + 1); ++nx) {
             const size_t next = static_cast<size_t>(ny) * w + nx;
-            if (seen[next] != 0 || !page.ink(nx, ny)) continue;
-            seen[next] = 1;
+            if (seen[next] || !page.ink(nx, ny)) continue;
+            seen[next] = true;
             todo.push_back(next);
           }
       }
