@@ -55,9 +55,10 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION graphics)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 # dpkg-shlibdeps adds the shared libraries the binary really links; the
-# models are read at run time, so their packages are named here.
+# models and the reference typefaces are read at run time, so their
+# packages are named here.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "tesseract-ocr-chi-sim, tesseract-ocr-chi-tra, tesseract-ocr-eng")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "tesseract-ocr-chi-sim, tesseract-ocr-chi-tra, tesseract-ocr-eng, fonts-noto-cjk")
 # The tools in /usr/share/kem-vision-ocr/tools: kvo-batch needs GNU parallel,
 # kvo-inspect Python with PIL. The helper itself needs neither.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "parallel, python3, python3-pil")

@@ -16,6 +16,7 @@
 #include <new>
 #include <utility>
 
+#include "platform/ReferenceGlyphs.h"
 #include "platform/TesseractReading.h"
 #include "recognition/LatinRuns.h"
 #include "recognition/LineText.h"
@@ -117,6 +118,9 @@ struct TesseractEngine::State {
   std::map<std::string, std::unique_ptr<tesseract::TessBaseAPI>> readers;
   // The forms of the script of "chi_sim" or "chi_tra", made on first use.
   std::map<std::string, std::unique_ptr<ScriptForms>> scriptForms;
+  // The reference typefaces glyphs read in two forms are compared with,
+  // opened when a page's votes first fail to settle.
+  std::unique_ptr<ReferenceGlyphs> referenceGlyphs;
 
   bool configure(const RecognitionRequest& request);
   tesseract::TessBaseAPI* reader(const std::string& languages, ReaderKind kind);
@@ -138,10 +142,14 @@ struct TesseractEngine::State {
     recognition::SampleReader first, second;
   };
   SampleReaders sampleReaders(const GreyImage& grey, int width, int height, int resolution);
-  // Reads sample lines among the page's `lines` (its layout) with `readers`
-  // into `sample`, and decides on them.
-  Script chooseScript(const std::vector<Box>& lines, const SampleReaders& readers,
-                      recognition::SampleReading& sample);
+  // Reads sample lines among the page's `lines` (its layout) of the page
+  // `grey` with `readers` into `sample`, and decides on them.
+  Script chooseScript(const std::vector<Box>& lines, const GreyImage& grey, int width, int height,
+                      const SampleReaders& readers, recognition::SampleReading& sample);
+  // The decision on `sample`, read from the page `grey`: when its votes did
+  // not settle, what the glyphs read in two forms look like weighs in
+  // (recognition/GlyphForms).
+  Script decide(const recognition::SampleReading& sample, const GreyImage& grey, int width, int height);
   // The page's lines as `api` read them, blanks between words measured on
   // `ink` (the binarised page `api` read); with `boxes`, each observation's
   // line box, in the same order. With `latinLanguages`, the Latin runs on
@@ -241,9 +249,10 @@ TesseractEngine::State::SampleReaders TesseractEngine::State::sampleReaders(cons
     return [this, &grey, width, height, resolution, api, &codeForms](const Box& b, int widest) {
       HanReading reading;
       if (failed) return reading;
-      const Box region = recognition::sampleRegion(b, width, widest);
-      if (tesseract_reading::recognizeRegion(*api, grey, width, height, region, resolution))
-        reading = tesseract_reading::hanReading(*api, codeForms);
+      const std::optional<Box> region =
+          recognition::clipToPage(recognition::sampleRegion(b, width, widest), width, height);
+      if (region && tesseract_reading::recognizeRegion(*api, grey, width, height, *region, resolution))
+        reading = tesseract_reading::hanReading(*api, codeForms, region->left, region->top);
       api->Clear();
       return reading;
     };
@@ -258,7 +267,20 @@ TesseractEngine::State::SampleReaders TesseractEngine::State::sampleReaders(cons
   return readers;
 }
 
-Script TesseractEngine::State::chooseScript(const std::vector<Box>& layout, const SampleReaders& readers,
+Script TesseractEngine::State::decide(const recognition::SampleReading& sample, const GreyImage& grey, int width,
+                                      int height) {
+  double lean = 0;
+  if (!sample.votes.forms.empty() && !recognition::settled(sample.votes)) {
+    if (!referenceGlyphs) referenceGlyphs = std::make_unique<ReferenceGlyphs>();
+    lean = recognition::formLean(
+        grey.data, width, height, sample.votes.forms, plan.first == "chi_tra",
+        [this](UChar32 c, bool traditional, int em) { return referenceGlyphs->draw(c, traditional, em); });
+  }
+  return recognition::decideScript(sample, lean);
+}
+
+Script TesseractEngine::State::chooseScript(const std::vector<Box>& layout, const GreyImage& grey, int width,
+                                            int height, const SampleReaders& readers,
                                             recognition::SampleReading& sample) {
   // Horizontal text lines, in reading order.
   std::vector<Box> lines;
@@ -266,7 +288,7 @@ Script TesseractEngine::State::chooseScript(const std::vector<Box>& layout, cons
   if (lines.empty() || !readers.first) return Script::noHan;  // `failed` tells why a reader is missing
   sample = recognition::readSample(recognition::sampleOrder(lines), readers.first, readers.second);
   if (sample.linesWithHan == 0) return Script::noHan;
-  return recognition::decideScript(sample);
+  return decide(sample, grey, width, height);
 }
 
 bool TesseractEngine::State::rereadLatinRuns(ReadLine& line, const std::string& languages, const GreyImage& grey,
@@ -432,7 +454,7 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
     recognition::SampleReading sample;
     if (plan.choosesScript()) {
       sampleReaders = state.sampleReaders(*page, width, height, resolution);
-      script = state.chooseScript(layout.lines, sampleReaders, sample);
+      script = state.chooseScript(layout.lines, *page, width, height, sampleReaders, sample);
       if (state.failed) {
         api = nullptr;
         return std::nullopt;
@@ -486,7 +508,7 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
     // read again with it.
     if (script != Script::noHan && !dropped.empty() && !state.failed && !recognition::settled(sample.votes)) {
       recognition::extendSample(sample, dropped, sampleReaders.first, sampleReaders.second);
-      const Script again = state.failed ? script : recognition::decideScript(sample);
+      const Script again = state.failed ? script : state.decide(sample, *page, width, height);
       if (again != script) {
         script = again;
         if (!readPage(dropped)) return std::nullopt;

@@ -25,14 +25,22 @@ bool recognizeRegion(tesseract::TessBaseAPI& api, const GreyImage& grey, int wid
   return api.Recognize(nullptr) == 0;
 }
 
-// The Han characters of what `api` recognised last.
-HanReading hanReading(tesseract::TessBaseAPI& api, const ScriptForms& forms) {
+// The Han characters of what `api` recognised last, boxes moved by (dx, dy).
+HanReading hanReading(tesseract::TessBaseAPI& api, const ScriptForms& forms, int dx, int dy) {
   HanReading reading;
   std::unique_ptr<tesseract::ResultIterator> it(api.GetIterator());
   if (!it || it->Empty(tesseract::RIL_SYMBOL)) return reading;
   do {
     std::unique_ptr<char[]> text(it->GetUTF8Text(tesseract::RIL_SYMBOL));
-    if (text != nullptr) reading.addSymbol(text.get(), it->Confidence(tesseract::RIL_SYMBOL), forms);
+    recognition::Box box;
+    if (text == nullptr) continue;
+    if (it->BoundingBox(tesseract::RIL_SYMBOL, &box.left, &box.top, &box.right, &box.bottom)) {
+      box.left += dx;
+      box.right += dx;
+      box.top += dy;
+      box.bottom += dy;
+    }
+    reading.addSymbol(text.get(), it->Confidence(tesseract::RIL_SYMBOL), forms, box);
   } while (it->Next(tesseract::RIL_SYMBOL));
   return reading;
 }

@@ -55,8 +55,9 @@ class InkMap {
 bool recognizeRegion(tesseract::TessBaseAPI& api, const GreyImage& grey, int width, int height, const Box& wanted,
                      int resolution);
 
-// The Han characters of what `api` recognised last.
-HanReading hanReading(tesseract::TessBaseAPI& api, const ScriptForms& forms);
+// The Han characters of what `api` recognised last, their boxes moved by
+// (dx, dy) into page coordinates.
+HanReading hanReading(tesseract::TessBaseAPI& api, const ScriptForms& forms, int dx, int dy);
 
 // The lines of a recognition, boxes moved by (dx, dy) into page
 // coordinates, blanks between words measured on `ink` (the page's).

@@ -51,7 +51,7 @@ UChar32 ScriptForms::simplified(UChar32 c) const {
   return text.countChar32() == 1 ? text.char32At(0) : c;
 }
 
-void HanReading::addSymbol(const char* symbol, double confidence, const ScriptForms& forms) {
+void HanReading::addSymbol(const char* symbol, double confidence, const ScriptForms& forms, const Box& box) {
   int32_t i = 0;
   UChar32 c = 0;
   const auto length = static_cast<int32_t>(std::strlen(symbol));
@@ -60,7 +60,7 @@ void HanReading::addSymbol(const char* symbol, double confidence, const ScriptFo
   han.add(confidence);
   if (forms.own(c)) ownForms.add(confidence);
   if (lines.empty()) lines.emplace_back();
-  lines.back().push_back(HanSymbol{c, forms.simplified(c), confidence});
+  lines.back().push_back(HanSymbol{c, forms.simplified(c), confidence, box});
 }
 
 bool isSampleLine(const Box& b) {
@@ -178,7 +178,9 @@ bool addLine(SampleReading& sample, HanReading one, const SampleReader& second, 
   // One line each, even one with no Han: the readings' lines pair up by position.
   for (HanReading* reading : {&one, &other})
     if (reading->lines.empty()) reading->lines.emplace_back();
-  sample.votes.add(countVotes(one, other));
+  Votes votes = countVotes(one, other);
+  for (FormPair& pair : votes.forms) pair.line = b;
+  sample.votes.add(votes);
   sample.first.add(one);
   sample.second.add(other);
   return settled(sample.votes);
@@ -233,7 +235,10 @@ void vote(const std::vector<HanSymbol>& a, const std::vector<HanSymbol>& b, Vote
   while (i < n && j < m) {
     if (a[i].simplified == b[j].simplified) {
       closeGap();
-      if (a[i].c != b[j].c) cast(a[i], b[j], votes);
+      if (a[i].c != b[j].c) {
+        cast(a[i], b[j], votes);
+        votes.forms.push_back(FormPair{a[i].c, b[j].c, a[i].box, b[j].box});
+      }
       gapA = ++i;
       gapB = ++j;
     } else if (at(i + 1, j) >= at(i, j + 1)) {
@@ -259,10 +264,13 @@ Votes countVotes(const HanReading& first, const HanReading& second) {
   return votes;
 }
 
-Script decideScript(const SampleReading& sample) {
+Script decideScript(const SampleReading& sample, double formLean) {
   const HanReading& first = sample.first;
   const HanReading& second = sample.second;
   if (second.han.count == 0) return Script::first;
+  // Votes that did not settle are as much chance as script; the glyphs
+  // themselves then say which forms they are in, when they can.
+  if (formLean != 0 && !settled(sample.votes)) return formLean > 0 ? Script::first : Script::second;
   if (const double sum = sample.votes.rankSum(); sum != 0) return sum > 0 ? Script::first : Script::second;
   // Both models are nearly sure of most characters; what tells them apart
   // is how much doubt each has left, on the characters each wrote in its

@@ -9,6 +9,7 @@
 #include <unicode/umachine.h>
 #include <unicode/uversion.h>
 
+#include "recognition/GlyphForms.h"
 #include "recognition/PageRaster.h"
 #include "recognition/ReadingPlan.h"
 
@@ -32,7 +33,9 @@ namespace kvo::recognition {
 // Without votes, or on a tie, the model with less doubt over all its Han
 // characters wins, and the first requested on a tie of that too. Lines the
 // layout analysis missed and the page read found later join a sample whose
-// votes were not settled (extendSample).
+// votes were not settled (extendSample). Votes that do not settle are
+// weighed by the glyphs themselves when they can be (recognition/GlyphForms):
+// which of the two forms each glyph read in both looks like.
 
 // Confidences (0..100) of some characters of a reading.
 struct Confidences {
@@ -76,6 +79,7 @@ struct HanSymbol {
   UChar32 c = 0;
   UChar32 simplified = 0;  // ScriptForms::simplified(c)
   double confidence = 0;
+  Box box;  // where the model placed it, page pixels
 };
 
 // The Han characters of a reading: all of them, and those written in a form
@@ -89,9 +93,9 @@ struct HanReading {
     ownForms.add(o.ownForms);
     lines.insert(lines.end(), o.lines.begin(), o.lines.end());
   }
-  // Counts one recognised symbol (UTF-8) when it is Han, on the last line
-  // (a first one when there is none).
-  void addSymbol(const char* symbol, double confidence, const ScriptForms& forms);
+  // Counts one recognised symbol (UTF-8), placed in `box`, when it is Han,
+  // on the last line (a first one when there is none).
+  void addSymbol(const char* symbol, double confidence, const ScriptForms& forms, const Box& box = {});
 };
 
 // The votes of the glyphs both readings hold in different forms: for each,
@@ -100,13 +104,18 @@ struct HanReading {
 // were equally sure of casts none.
 struct Votes {
   std::vector<double> margins;
+  // The glyphs the two readings agree on in different forms, in order.
+  std::vector<FormPair> forms;
   // The votes for the first model, and for the second.
   int first() const;
   int second() const;
   void add(double margin) {
     if (margin != 0) margins.push_back(margin);
   }
-  void add(const Votes& o) { margins.insert(margins.end(), o.margins.begin(), o.margins.end()); }
+  void add(const Votes& o) {
+    margins.insert(margins.end(), o.margins.begin(), o.margins.end());
+    forms.insert(forms.end(), o.forms.begin(), o.forms.end());
+  }
   // The signed-rank sum: the votes ranked by the size of their margins
   // (equal sizes share their mean rank), each rank counted for the model
   // the vote is for, the first's minus the second's. Positive when the
@@ -176,7 +185,11 @@ constexpr int kProbeWidthInHeights = 12;
 
 // The decision on what the sample showed (both models' readings of the
 // same lines with Han and the votes readSample counted on them): the sign of
-// the votes' rank sum, then the doubt, then the first model.
-Script decideScript(const SampleReading& sample);
+// the votes' rank sum when they are settled; when they are not, the sign of
+// `formLean` (what the glyphs read in two forms look like: formLean() of
+// the votes' form pairs, positive for the first model's forms, 0 when
+// unknown) and, when that is 0 too, the rank sum's; then the doubt, then
+// the first model.
+Script decideScript(const SampleReading& sample, double formLean = 0);
 
 }  // namespace kvo::recognition

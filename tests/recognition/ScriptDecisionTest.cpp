@@ -401,3 +401,44 @@ TEST_F(ScriptDecision, IgnoresLinesWithAFewStrayHan) {
 }
 
 }  // namespace
+
+TEST_F(ScriptDecision, KeepsTheGlyphsReadInTwoFormsWithTheBoxesTheyWerePlacedIn) {
+  HanReading first, second;
+  first.addSymbol("说", 99, simplified_, Box{10, 0, 40, 30});
+  first.addSymbol("明", 99, simplified_, Box{40, 0, 70, 30});
+  second.addSymbol("說", 98, traditional_, Box{12, 1, 41, 30});
+  second.addSymbol("明", 99, traditional_, Box{40, 0, 70, 30});
+  const auto votes = kvo::recognition::countVotes(first, second);
+  ASSERT_EQ(votes.forms.size(), 1u);
+  EXPECT_EQ(votes.forms[0].first, U'说');
+  EXPECT_EQ(votes.forms[0].second, U'說');
+  EXPECT_EQ(votes.forms[0].firstBox.left, 10);
+  EXPECT_EQ(votes.forms[0].secondBox.left, 12);
+}
+
+TEST_F(ScriptDecision, TheGlyphsDecideWhenTheVotesDidNotSettle) {
+  // One vote for the first model, far from settled; the glyphs look like the second's forms.
+  const auto first = lineRead(U"说明", {99, 99}, simplified_);
+  const auto second = lineRead(U"說明", {98, 99}, traditional_);
+  const kvo::recognition::SampleReading sample{first, second, kvo::recognition::countVotes(first, second), 1};
+  ASSERT_FALSE(kvo::recognition::settled(sample.votes));
+  EXPECT_EQ(kvo::recognition::decideScript(sample, 0), Script::first);
+  EXPECT_EQ(kvo::recognition::decideScript(sample, -0.2), Script::second);
+  EXPECT_EQ(kvo::recognition::decideScript(sample, 0.2), Script::first);
+}
+
+TEST_F(ScriptDecision, SettledVotesDecideWhateverTheGlyphsLookLike) {
+  kvo::recognition::SampleReading sample{reading(20, 99), reading(20, 90), votes(10, 0), 3};
+  ASSERT_TRUE(kvo::recognition::settled(sample.votes));
+  EXPECT_EQ(kvo::recognition::decideScript(sample, -5), Script::first);
+}
+
+TEST_F(ScriptDecision, SampledGlyphsKeepTheLineTheyWereReadOn) {
+  Sampling s(simplified_, traditional_, {4});
+  const auto sample = s.read(rows(1));
+  ASSERT_FALSE(sample.votes.forms.empty());
+  for (const auto& pair : sample.votes.forms) {
+    EXPECT_EQ(pair.line.top, rows(1)[0].top);
+    EXPECT_EQ(pair.line.bottom, rows(1)[0].bottom);
+  }
+}
