@@ -58,7 +58,7 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 # models and the reference typefaces are read at run time, so their
 # packages are named here.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "tesseract-ocr-chi-sim, tesseract-ocr-chi-tra, tesseract-ocr-eng, fonts-noto-cjk")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "tesseract-ocr-chi-sim, tesseract-ocr-chi-tra, tesseract-ocr-eng, fonts-noto-cjk, fonts-arphic-gkai00mp, fonts-arphic-bkai00mp")
 # The tools in /usr/share/kem-vision-ocr/tools: kvo-batch needs GNU parallel,
 # kvo-inspect Python with PIL. The helper itself needs neither.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "parallel, python3, python3-pil")

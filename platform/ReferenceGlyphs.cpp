@@ -10,16 +10,22 @@ namespace kvo {
 
 namespace {
 
-// The collections, and the face of each script's region in them, chosen by
-// family name so that a collection laid out in another order still works.
-struct Collection {
-  const char* file;
+// The typefaces: for each, the file and family of its Simplified faces and
+// of its Traditional ones. A face is chosen by family name, so that a
+// collection laid out in another order still works.
+struct Typeface {
+  const char* simplifiedFile;
   const char* simplifiedFamily;
+  const char* traditionalFile;
   const char* traditionalFamily;
 };
-constexpr Collection kCollections[] = {
-    {"NotoSansCJK-Regular.ttc", "Noto Sans CJK SC", "Noto Sans CJK TC"},
-    {"NotoSerifCJK-Regular.ttc", "Noto Serif CJK SC", "Noto Serif CJK TC"},
+constexpr Typeface kTypefaces[] = {
+    {"opentype/noto/NotoSansCJK-Regular.ttc", "Noto Sans CJK SC", "opentype/noto/NotoSansCJK-Regular.ttc",
+     "Noto Sans CJK TC"},
+    {"opentype/noto/NotoSerifCJK-Regular.ttc", "Noto Serif CJK SC", "opentype/noto/NotoSerifCJK-Regular.ttc",
+     "Noto Serif CJK TC"},
+    {"truetype/arphic-gkai00mp/gkai00mp.ttf", "AR PL KaitiM GB", "truetype/arphic-bkai00mp/bkai00mp.ttf",
+     "AR PL KaitiM Big5"},
 };
 constexpr int kLeastEm = 4;
 constexpr int kMostEm = 512;
@@ -52,17 +58,17 @@ struct ReferenceGlyphs::Library {
   }
 };
 
-std::string ReferenceGlyphs::defaultDirectory() { return KVO_REFERENCE_FONT_DIR; }
+std::string ReferenceGlyphs::defaultDirectory() { return "/usr/share/fonts"; }
 
 ReferenceGlyphs::ReferenceGlyphs(std::string directory) : library_(std::make_unique<Library>()) {
   if (FT_Init_FreeType(&library_->library) != 0) {
     library_->library = nullptr;
     return;
   }
-  for (const Collection& c : kCollections) {
-    const std::string file = directory + "/" + c.file;
-    FT_Face simplified = library_->open(file, c.simplifiedFamily);
-    FT_Face traditional = simplified != nullptr ? library_->open(file, c.traditionalFamily) : nullptr;
+  for (const Typeface& t : kTypefaces) {
+    FT_Face simplified = library_->open(directory + "/" + t.simplifiedFile, t.simplifiedFamily);
+    FT_Face traditional =
+        simplified != nullptr ? library_->open(directory + "/" + t.traditionalFile, t.traditionalFamily) : nullptr;
     if (traditional != nullptr) {
       library_->faces.emplace_back(simplified, traditional);
     } else if (simplified != nullptr) {
@@ -83,6 +89,7 @@ std::vector<recognition::Plane> ReferenceGlyphs::draw(UChar32 c, bool traditiona
   const int baseline = static_cast<int>(std::lround(recognition::kEmBaseline * em));
   for (const auto& [simplifiedFace, traditionalFace] : library_->faces) {
     FT_Face face = traditional ? traditionalFace : simplifiedFace;
+    drawings.emplace_back();  // empty: the typeface does not draw `c`
     if (FT_Get_Char_Index(face, static_cast<FT_ULong>(c)) == 0) continue;
     if (FT_Set_Pixel_Sizes(face, 0, static_cast<FT_UInt>(em)) != 0 ||
         FT_Load_Char(face, static_cast<FT_ULong>(c), FT_LOAD_RENDER) != 0)
@@ -101,7 +108,7 @@ std::vector<recognition::Plane> ReferenceGlyphs::draw(UChar32 c, bool traditiona
         if (x >= 0 && x < em) plane.values[static_cast<size_t>(y) * em + x] = line[column] / levels;
       }
     }
-    drawings.push_back(std::move(plane));
+    drawings.back() = std::move(plane);
   }
   return drawn_.emplace(key, std::move(drawings)).first->second;
 }

@@ -163,6 +163,7 @@ double formLean(const uint8_t* page, int width, int height, const std::vector<Fo
     const int cy = (p.line.top + p.line.bottom) / 2;
     const Plane ink = blurred(inkAround(page, width, height, cx, cy, side), sigma);
     for (size_t f = 0; f < faces; ++f) {
+      if (firstForms[f].values.empty() || secondForms[f].values.empty()) continue;
       const double one = likeness(ink, blurred(firstForms[f], sigma), step);
       const double other = likeness(ink, blurred(secondForms[f], sigma), step);
       // Ink that looks no more like either form than like a block shows no

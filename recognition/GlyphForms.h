@@ -47,16 +47,18 @@ struct FormPair {
   Box line;
 };
 
-// The drawings of character `c` in each reference typeface for its script
-// (`traditional`), em pixels square, baseline kEmBaseline of the em down;
-// none when no typeface has it.
+// The drawings of character `c` in each reference typeface, in the faces
+// for its script (`traditional`), em pixels square, baseline kEmBaseline of
+// the em down: one per typeface, in the same order whatever the character,
+// an empty plane where a typeface lacks `c`.
 using FormDrawer = std::function<std::vector<Plane>(UChar32 c, bool traditional, int em)>;
 constexpr double kEmBaseline = 0.88;
 
 // How much more the glyphs of `pairs` look like the forms of the first
 // model's script than the second's (`firstTraditional` says which script
-// that is), on the grey `page` (width × height): the sum over pairs and typefaces of the difference of
-// the two likenesses. Positive for the first model's forms, negative for
+// that is), on the grey `page` (width × height): the sum, over pairs and
+// the typefaces that draw both forms, of the difference of the two
+// likenesses. Positive for the first model's forms, negative for
 // the second's, 0 when nothing could be compared. The em is the median
 // height of the glyphs' ink (on their lines, about where the boxes put
 // them) over kInkPerEm (a Han glyph's ink fills about that much of its

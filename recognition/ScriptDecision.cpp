@@ -237,7 +237,7 @@ void vote(const std::vector<HanSymbol>& a, const std::vector<HanSymbol>& b, Vote
       closeGap();
       if (a[i].c != b[j].c) {
         cast(a[i], b[j], votes);
-        votes.forms.push_back(FormPair{a[i].c, b[j].c, a[i].box, b[j].box});
+        votes.forms.push_back(FormPair{a[i].c, b[j].c, a[i].box, b[j].box, Box{}});  // the line: set by the sample
       }
       gapA = ++i;
       gapB = ++j;

@@ -114,6 +114,16 @@ TEST_F(GlyphForms, AGlyphBlurredIntoABlockSaysNothing) {
   EXPECT_EQ(lean(), 0);
 }
 
+TEST_F(GlyphForms, ComparesOnlyInTypefacesThatDrawBothForms) {
+  page(false, 40, 60, 30);
+  // The second typeface lacks the first form: only the first one counts.
+  const auto partly = [](char32_t, bool traditional, int em) {
+    return std::vector<Plane>{form(traditional, em), traditional ? form(true, em) : Plane{}};
+  };
+  const double both = lean();
+  EXPECT_DOUBLE_EQ(kvo::recognition::formLean(grey_.data(), width_, height_, {pair_}, false, partly), both);
+}
+
 TEST_F(GlyphForms, NoPairsOrNoDrawingsLeanNowhere) {
   page(false, 40, 60, 30);
   EXPECT_EQ(kvo::recognition::formLean(grey_.data(), width_, height_, {}, false, &GlyphForms::draw), 0);
