@@ -73,12 +73,24 @@ def block(setter, texts, width, target, forms, script, ui):
     return lines
 
 
-def sample_spec(i, sources, forms):
+# Typefaces of neither the corpus above nor the helper's reference glyphs
+# (Noto Sans/Serif CJK, Arphic KaitiM), for checking that the script choice
+# holds on faces it has never seen; a face that covers only one script's
+# character set is used for that script's samples only.
+HELD_OUT_FONTS = {
+    "Hans": ["AR PL SungtiL GB", "WenQuanYi Micro Hei", "Droid Sans Fallback"],
+    "Hant": ["AR PL Mingti2L Big5", "WenQuanYi Micro Hei", "Droid Sans Fallback"],
+}
+HELD_OUT_PACKAGES = "fonts-arphic-gbsn00lp fonts-arphic-bsmi00lp fonts-wqy-microhei fonts-droid-fallback"
+
+
+def sample_spec(i, sources, forms, held_out_fonts=False):
     script = SCRIPTS[i % 2]
     k = i // 2
     sid = f"{script}-{i + 1:03d}"
     rng = pc.seeded("script", VERSION, sid)
-    family = pc.CJK_FONTS[k % len(pc.CJK_FONTS)]
+    fonts = HELD_OUT_FONTS[script] if held_out_fonts else pc.CJK_FONTS
+    family = fonts[k % len(fonts)]
     condition = pc.CONDITIONS[(k // len(pc.CJK_FONTS) + k) % len(pc.CONDITIONS)]
     dpi = size = None
     if condition not in ("screenshot", "dark", "small"):
@@ -112,8 +124,9 @@ def sample_spec(i, sources, forms):
     sys.exit(f"make_script_corpus: no block fits sample {sid}")
 
 
-def build(out, count=COUNT, force=False, log=print):
-    manifest = None if force else pc.existing_manifest(out, VERSION, {"count": count}, "samples")
+def build(out, count=COUNT, force=False, log=print, held_out_fonts=False):
+    settings = {"count": count, **({"held_out_fonts": True} if held_out_fonts else {})}
+    manifest = None if force else pc.existing_manifest(out, VERSION, settings, "samples")
     if manifest:
         return manifest
     pc.fresh_dir(out)
@@ -121,7 +134,7 @@ def build(out, count=COUNT, force=False, log=print):
     sources, forms = pc.Sources(log), ScriptForms()
     samples = []
     for i in range(count):
-        sid, rng, st, family, script, label, lines, width = sample_spec(i, sources, forms)
+        sid, rng, st, family, script, label, lines, width = sample_spec(i, sources, forms, held_out_fonts)
         name, desc, _ = pc.write_item(out, sid, lines, family, st, rng, width, margin_pt=12.0)
         truth = "\n".join(lines) + "\n"
         s, t = forms.counts(truth)
@@ -130,7 +143,7 @@ def build(out, count=COUNT, force=False, log=print):
                         "dpi": st["dpi"], "size_pt": st["size"], "image": desc, "lines": len(lines),
                         "han": han_count(truth), "simplified_only": s, "traditional_only": t})
         log(f"  {sid}: {samples[-1]['han']:3d} Han ({s} S-only, {t} T-only), {family}, {desc}; {label}")
-    manifest = {"version": VERSION, "count": count, "samples": samples}
+    manifest = {"version": VERSION, **settings, "samples": samples}
     with open(os.path.join(out, "manifest.json"), "w", encoding="utf-8") as f:
         json.dump(manifest, f, ensure_ascii=False, indent=1)
     return manifest
@@ -141,8 +154,11 @@ def main():
     parser.add_argument("--out", default=DEFAULT_OUT)
     parser.add_argument("--count", type=int, default=COUNT, help=f"samples (default {COUNT})")
     parser.add_argument("--force", action="store_true")
+    parser.add_argument("--held-out-fonts", action="store_true",
+                        help=f"set the samples in typefaces of neither the corpus nor the helper's reference glyphs "
+                             f"(packages {HELD_OUT_PACKAGES})")
     args = parser.parse_args()
-    manifest = build(os.path.abspath(args.out), args.count, args.force)
+    manifest = build(os.path.abspath(args.out), args.count, args.force, held_out_fonts=args.held_out_fonts)
     print(f"{len(manifest['samples'])} samples in {os.path.abspath(args.out)}")
 
 
