@@ -12,6 +12,18 @@
 
 namespace kvo::tesseract_reading {
 
+namespace {
+
+// Moves `b` by (dx, dy): from the region a recognition was given into page coordinates.
+void shift(Box& b, int dx, int dy) {
+  b.left += dx;
+  b.right += dx;
+  b.top += dy;
+  b.bottom += dy;
+}
+
+}  // namespace
+
 // Recognises the part of the page inside `region`, clipped to the page, on
 // its own with `api`. Returns false when none of it is on the page or
 // recognition fails; the caller reads the result and then clears `api`.
@@ -32,14 +44,9 @@ HanReading hanReading(tesseract::TessBaseAPI& api, const ScriptForms& forms, int
   if (!it || it->Empty(tesseract::RIL_SYMBOL)) return reading;
   do {
     std::unique_ptr<char[]> text(it->GetUTF8Text(tesseract::RIL_SYMBOL));
-    recognition::Box box;
+    Box box;
     if (text == nullptr) continue;
-    if (it->BoundingBox(tesseract::RIL_SYMBOL, &box.left, &box.top, &box.right, &box.bottom)) {
-      box.left += dx;
-      box.right += dx;
-      box.top += dy;
-      box.bottom += dy;
-    }
+    if (it->BoundingBox(tesseract::RIL_SYMBOL, &box.left, &box.top, &box.right, &box.bottom)) shift(box, dx, dy);
     reading.addSymbol(text.get(), it->Confidence(tesseract::RIL_SYMBOL), forms, box);
   } while (it->Next(tesseract::RIL_SYMBOL));
   return reading;
@@ -51,12 +58,6 @@ std::vector<ReadLine> readLines(tesseract::TessBaseAPI& api, const InkBits* ink,
   std::vector<ReadLine> lines;
   std::unique_ptr<tesseract::ResultIterator> it(api.GetIterator());
   if (!it || it->Empty(tesseract::RIL_TEXTLINE)) return lines;
-  auto shift = [&](Box& b) {
-    b.left += dx;
-    b.right += dx;
-    b.top += dy;
-    b.bottom += dy;
-  };
   Box previousWord;
   do {
     if (lines.empty() || it->IsAtBeginningOf(tesseract::RIL_TEXTLINE)) {
@@ -67,7 +68,7 @@ std::vector<ReadLine> readLines(tesseract::TessBaseAPI& api, const InkBits* ink,
       int x1 = 0, y1 = 0, x2 = 0, y2 = 0;
       if (it->Baseline(tesseract::RIL_TEXTLINE, &x1, &y1, &x2, &y2))
         line.drop = recognition::baselineDrop(x1, y1, x2, y2, line.box);
-      shift(line.box);
+      shift(line.box, dx, dy);
       lines.push_back(std::move(line));
     }
     ReadLine& line = lines.back();
@@ -75,7 +76,7 @@ std::vector<ReadLine> readLines(tesseract::TessBaseAPI& api, const InkBits* ink,
     std::unique_ptr<char[]> text(it->GetUTF8Text(tesseract::RIL_WORD));
     if (text == nullptr || !it->BoundingBox(tesseract::RIL_WORD, &box.left, &box.top, &box.right, &box.bottom))
       continue;
-    shift(box);
+    shift(box, dx, dy);
     recognition::Word word;
     // A word holds no white space; drop any that slips in.
     for (const char* p = text.get(); *p != '\0'; ++p)
