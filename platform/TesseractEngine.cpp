@@ -123,6 +123,12 @@ struct TesseractEngine::State {
   std::unique_ptr<ReferenceGlyphs> referenceGlyphs;
 
   bool configure(const RecognitionRequest& request);
+  // Reads the prepared grey page `grey` (width × height, dark ink on a
+  // light ground, `level` its separating level): turned straight, turned
+  // upright, enlarged as it needs, its script chosen, read, and its
+  // observations mapped back onto it. nullopt when a model fails to load
+  // (`failed` tells), recognition fails or memory runs out.
+  std::optional<std::vector<TextObservation>> read(const GreyImage& grey, int width, int height, int ppi, int level);
   tesseract::TessBaseAPI* reader(const std::string& languages, ReaderKind kind);
   void dropReaders() { readers.clear(); }
   const ScriptForms& forms(const std::string& code) {
@@ -376,14 +382,45 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
   // Light text on a dark ground is read as dark text on a light one.
   const recognition::GroundSplit split = recognition::splitGround(grey.data, width, height);
   if (split.darkGround) recognition::invertGrey(grey.data, static_cast<size_t>(width) * static_cast<size_t>(height));
-  int ppi = recognition::roundedResolution(image.pixelsPerInch());
+  const int ppi = recognition::roundedResolution(image.pixelsPerInch());
+  std::optional<std::vector<TextObservation>> result = state.read(grey, width, height, ppi, split.level);
+  // A sheet photographed on a darker surface can read as nothing at all: the
+  // page's grey levels separate best between the surface and the sheet, and
+  // grey print falls on the sheet's side. Such a page is read once more with
+  // the surface made sheet (recognition/PagePreparation: clearSurround).
+  // Only a page that read as nothing is: one that read as something keeps it.
+  const auto holdsText = [](const std::vector<TextObservation>& observations) {
+    return std::any_of(observations.begin(), observations.end(),
+                       [](const TextObservation& o) { return o.candidate.has_value(); });
+  };
+  // The surface is looked for on the page as given: one that covers most of
+  // the photograph makes the page look like light text on a dark ground.
+  GreyImage sheet;
+  if (result && !state.failed && !holdsText(*result)) {
+    const size_t pixels = static_cast<size_t>(width) * static_cast<size_t>(height);
+    if (split.darkGround) recognition::invertGrey(grey.data, pixels);
+    if (!recognition::clearSurround(grey, width, height, recognition::separatingLevel(grey.data, width, height),
+                                    sheet))
+      return result;
+    const recognition::GroundSplit sheetSplit = recognition::splitGround(sheet.data, width, height);
+    if (sheetSplit.darkGround) recognition::invertGrey(sheet.data, pixels);
+    std::optional<std::vector<TextObservation>> again = state.read(sheet, width, height, ppi, sheetSplit.level);
+    if (state.failed) return std::nullopt;
+    if (again && holdsText(*again)) result = std::move(again);
+  }
+  return result;
+}
+
+std::optional<std::vector<TextObservation>> TesseractEngine::State::read(const GreyImage& grey, int width,
+                                                                         int height, int ppi, int level) {
+  State& state = *this;
   // The page as read: `grey`, or a copy of it turned straight and/or
   // enlarged for small text.
   const GreyImage* page = &grey;
   GreyImage turned, upright, enlarged;
   // The turns made, in order; observations are mapped back through them in reverse.
   std::vector<recognition::PageTurn> turns;
-  if (const auto turn = tesseract_reading::straighten(grey, width, height, split.level, turned)) {
+  if (const auto turn = tesseract_reading::straighten(grey, width, height, level, turned)) {
     turns.push_back(*turn);
     page = &turned;
     width = turn->turnedWidth;

@@ -168,4 +168,76 @@ std::optional<double> straighteningAngle(const SkewMeasure& whole, const std::op
   return std::nullopt;
 }
 
+namespace {
+
+// One round of clearSurround on `page` in place: false when no pixel at or
+// below `level` touches the edge, or nothing lies above it.
+bool clearSurroundOnce(std::vector<uint8_t>& page, int width, int height, int level) {
+  const size_t count = page.size();
+  // The sheet's level: the median of the levels above `level`.
+  std::array<uint64_t, 256> above{};
+  uint64_t light = 0;
+  for (const uint8_t v : page)
+    if (v > level) {
+      ++above[v];
+      ++light;
+    }
+  if (light == 0) return false;
+  int sheet = level + 1;
+  for (uint64_t seen = 0; sheet < 255; ++sheet)
+    if ((seen += above[static_cast<size_t>(sheet)]) * 2 >= light) break;
+  // The dark pixels joined to the edge, by a flood from every dark pixel on it.
+  std::vector<bool> surround(count, false);
+  std::vector<size_t> todo;
+  auto reach = [&](int x, int y) {
+    const size_t i = static_cast<size_t>(y) * width + x;
+    if (!surround[i] && page[i] <= level) {
+      surround[i] = true;
+      todo.push_back(i);
+    }
+  };
+  for (int x = 0; x < width; ++x) {
+    reach(x, 0);
+    reach(x, height - 1);
+  }
+  for (int y = 0; y < height; ++y) {
+    reach(0, y);
+    reach(width - 1, y);
+  }
+  if (todo.empty()) return false;
+  while (!todo.empty()) {
+    const size_t i = todo.back();
+    todo.pop_back();
+    const int x = static_cast<int>(i % width), y = static_cast<int>(i / width);
+    if (x > 0) reach(x - 1, y);
+    if (x + 1 < width) reach(x + 1, y);
+    if (y > 0) reach(x, y - 1);
+    if (y + 1 < height) reach(x, y + 1);
+  }
+  for (size_t i = 0; i < count; ++i)
+    if (surround[i]) page[i] = static_cast<uint8_t>(sheet);
+  return true;
+}
+
+}  // namespace
+
+bool clearSurround(const GreyImage& grey, int width, int height, int level, GreyImage& out) {
+  if (grey.data == nullptr || width <= 0 || height <= 0) return false;
+  const size_t count = static_cast<size_t>(width) * static_cast<size_t>(height);
+  std::vector<uint8_t> page(grey.data, grey.data + count);
+  bool cleared = false;
+  for (int round = 0; round < kMostSurroundRounds; ++round) {
+    if (round > 0) level = separatingLevel(page.data(), width, height);
+    if (!clearSurroundOnce(page, width, height, level)) break;
+    cleared = true;
+  }
+  if (!cleared) return false;
+  auto* data = static_cast<uint8_t*>(std::malloc(count));
+  if (data == nullptr) return false;
+  std::copy(page.begin(), page.end(), data);
+  std::free(out.data);
+  out.data = data;
+  return true;
+}
+
 }  // namespace kvo::recognition

@@ -115,4 +115,20 @@ bool turnGreyQuarter(const GreyImage& grey, int width, int height, bool clockwis
 // between pixel centres, into `out`. False when the memory cannot be had.
 bool enlargeGrey(const GreyImage& grey, int width, int height, int factor, GreyImage& out);
 
+// A sheet photographed on a darker surface, as the page's ground: `out` is
+// `grey` with every pixel at or below `level` (the page's separating level)
+// that joins the page's edge through such pixels (4-neighbours) set to the
+// median level of the pixels above `level`. On such a photograph the page's
+// grey levels separate best between the surface and the sheet, and grey
+// print on the sheet falls on the sheet's side, so a binarisation at that
+// level holds no text; with the surface made sheet, the levels separate
+// between print and sheet again. A surface lit unevenly keeps a lighter
+// part above `level`, which the new levels separate from the sheet in turn:
+// the clearing is repeated at the separating level of what it left, until
+// no pixel on the darker side touches the edge, at most kMostSurroundRounds
+// times. False (and `out` untouched) when no such pixel touches the edge to
+// begin with, nothing lies above `level`, or the memory cannot be had.
+bool clearSurround(const GreyImage& grey, int width, int height, int level, GreyImage& out);
+constexpr int kMostSurroundRounds = 4;
+
 }  // namespace kvo::recognition

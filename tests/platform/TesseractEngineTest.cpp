@@ -227,6 +227,17 @@ TEST_F(TesseractEngine, StraightensCrookedChineseTheSkewFinderIsUnsureOf) {
   EXPECT_NE(find(observations, "深色背景上的淺色文字也能讀取"), nullptr) << allText(observations);
 }
 
+TEST_F(TesseractEngine, ReadsASheetOnADarkDeskThatReadsAsNothingAtFirst) {
+  // Read as it is, this photograph holds no text: its levels separate desk
+  // from sheet, and the print falls on the sheet's side.
+  const Bitmap image = fixture("ocr_sheet_on_desk.ppm");
+  const auto observations = recognize(image);
+  const TextObservation* line = find(observations, "顯示符號連結的檔案資訊");
+  ASSERT_NE(line, nullptr) << allText(observations);
+  expectAround(*line, drawn("ocr_sheet_on_desk", "line1"), image);
+  EXPECT_NE(find(observations, "輸出診斷資訊"), nullptr) << allText(observations);
+}
+
 TEST_F(TesseractEngine, ReadsTheLinesItsLayoutAnalysisDropped) {
   // Read in one pass, this screenshot loses "Ogg FLAC 音訊" and "Ogg Speex 音訊".
   const Bitmap image = fixture("ocr_screenshot_list.ppm");

@@ -176,3 +176,50 @@ TEST_F(PagePreparation, EnlargingKeepsFlatAreasAndInterpolatesBetweenPixelCentre
 }
 
 }  // namespace
+
+namespace {
+
+// A 40 × 20 photograph: a desk of `desk` round a sheet of `sheet` (x 10..29,
+// y 5..14) with a stroke of print of `print` on it (row 9, x 14..25).
+std::vector<uint8_t> sheetOnDesk(uint8_t desk, uint8_t sheet, uint8_t print) {
+  std::vector<uint8_t> p(40 * 20, desk);
+  for (int y = 5; y < 15; ++y)
+    for (int x = 10; x < 30; ++x) p[static_cast<size_t>(y) * 40 + x] = sheet;
+  for (int x = 14; x < 26; ++x) p[9 * 40 + x] = print;
+  return p;
+}
+
+}  // namespace
+
+TEST_F(PagePreparation, MakesTheSurfaceRoundASheetSheet) {
+  GreyImage in, out;
+  fill(in, sheetOnDesk(50, 200, 140));
+  ASSERT_TRUE(kvo::recognition::clearSurround(in, 40, 20, 100, out));
+  EXPECT_EQ(out.data[0], 200);             // the desk, now at the sheet's level
+  EXPECT_EQ(out.data[19 * 40 + 39], 200);
+  EXPECT_EQ(out.data[9 * 40 + 20], 140);   // the print stays
+  EXPECT_EQ(out.data[6 * 40 + 12], 200);   // and so does the sheet
+  // Print and sheet are then what the levels separate.
+  const int level = kvo::recognition::separatingLevel(out.data, 40, 20);
+  EXPECT_GE(level, 140);
+  EXPECT_LT(level, 200);
+}
+
+TEST_F(PagePreparation, ClearsASurfaceLitUnevenlyInRounds) {
+  std::vector<uint8_t> p = sheetOnDesk(50, 200, 140);
+  // The right end of the desk catches the light: above the first level.
+  for (int y = 0; y < 20; ++y)
+    for (int x = 34; x < 40; ++x) p[static_cast<size_t>(y) * 40 + x] = 120;
+  GreyImage in, out;
+  fill(in, p);
+  ASSERT_TRUE(kvo::recognition::clearSurround(in, 40, 20, 100, out));
+  EXPECT_EQ(out.data[10 * 40 + 38], 200);
+  EXPECT_EQ(out.data[9 * 40 + 20], 140);
+}
+
+TEST_F(PagePreparation, LeavesAPageWithNothingDarkOnItsEdge) {
+  GreyImage in, out;
+  fill(in, sheetOnDesk(220, 200, 40));  // a light margin round it: a scan
+  EXPECT_FALSE(kvo::recognition::clearSurround(in, 40, 20, 120, out));
+  EXPECT_EQ(out.data, nullptr);
+}
