@@ -172,14 +172,14 @@ namespace {
 
 // One round of clearSurround on `page` in place: false when no pixel at or
 // below `level` touches the edge, or nothing lies above it.
-bool clearSurroundOnce(std::vector<uint8_t>& page, int width, int height, int level) {
-  const size_t count = page.size();
+bool clearSurroundOnce(uint8_t* page, int width, int height, int level) {
+  const size_t count = static_cast<size_t>(width) * static_cast<size_t>(height);
   // The sheet's level: the median of the levels above `level`.
   std::array<uint64_t, 256> above{};
   uint64_t light = 0;
-  for (const uint8_t v : page)
-    if (v > level) {
-      ++above[v];
+  for (size_t i = 0; i < count; ++i)
+    if (page[i] > level) {
+      ++above[page[i]];
       ++light;
     }
   if (light == 0) return false;
@@ -188,9 +188,9 @@ bool clearSurroundOnce(std::vector<uint8_t>& page, int width, int height, int le
     if ((seen += above[static_cast<size_t>(sheet)]) * 2 >= light) break;
   // The dark pixels joined to the edge, by a flood from every dark pixel on it.
   std::vector<bool> surround(count, false);
-  std::vector<size_t> todo;
+  std::vector<uint32_t> todo;  // a page has fewer pixels than 2^32 (kMaxEnlargedPixels)
   auto reach = [&](int x, int y) {
-    const size_t i = static_cast<size_t>(y) * width + x;
+    const auto i = static_cast<uint32_t>(static_cast<size_t>(y) * width + x);
     if (!surround[i] && page[i] <= level) {
       surround[i] = true;
       todo.push_back(i);
@@ -206,7 +206,7 @@ bool clearSurroundOnce(std::vector<uint8_t>& page, int width, int height, int le
   }
   if (todo.empty()) return false;
   while (!todo.empty()) {
-    const size_t i = todo.back();
+    const uint32_t i = todo.back();
     todo.pop_back();
     const int x = static_cast<int>(i % width), y = static_cast<int>(i / width);
     if (x > 0) reach(x - 1, y);
@@ -224,19 +224,22 @@ bool clearSurroundOnce(std::vector<uint8_t>& page, int width, int height, int le
 bool clearSurround(const GreyImage& grey, int width, int height, int level, GreyImage& out) {
   if (grey.data == nullptr || width <= 0 || height <= 0) return false;
   const size_t count = static_cast<size_t>(width) * static_cast<size_t>(height);
-  std::vector<uint8_t> page(grey.data, grey.data + count);
+  if (count > kMaxEnlargedPixels) return false;
+  auto* page = static_cast<uint8_t*>(std::malloc(count));
+  if (page == nullptr) return false;
+  std::copy(grey.data, grey.data + count, page);
   bool cleared = false;
   for (int round = 0; round < kMostSurroundRounds; ++round) {
-    if (round > 0) level = separatingLevel(page.data(), width, height);
+    if (round > 0) level = separatingLevel(page, width, height);
     if (!clearSurroundOnce(page, width, height, level)) break;
     cleared = true;
   }
-  if (!cleared) return false;
-  auto* data = static_cast<uint8_t*>(std::malloc(count));
-  if (data == nullptr) return false;
-  std::copy(page.begin(), page.end(), data);
+  if (!cleared) {
+    std::free(page);
+    return false;
+  }
   std::free(out.data);
-  out.data = data;
+  out.data = page;
   return true;
 }
 
