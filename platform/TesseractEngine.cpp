@@ -413,7 +413,6 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
 
 std::optional<std::vector<TextObservation>> TesseractEngine::State::read(const GreyImage& grey, int width,
                                                                          int height, int ppi, int level) {
-  State& state = *this;
   // The page as read: `grey`, or a copy of it turned straight and/or
   // enlarged for small text.
   const GreyImage* page = &grey;
@@ -445,12 +444,11 @@ std::optional<std::vector<TextObservation>> TesseractEngine::State::read(const G
   // The models that read the page: recognition/ReadingPlan. The reader that
   // finds the layout also reads lines for the quarter-turn check and the
   // script's sample, so the page is loaded again before it is read.
-  const ReadingPlan& plan = state.plan;
   tesseract::TessBaseAPI* api = nullptr;
   std::string latinLanguages;
   std::optional<std::vector<TextObservation>> result;
   try {
-    api = state.reader(plan.layout, ReaderKind::page);
+    api = reader(plan.layout, ReaderKind::page);
     if (api == nullptr) return std::nullopt;
     Layout layout = findLayout(*api);
     // A page turned a quarter is read turned upright: Tesseract finds its
@@ -459,8 +457,8 @@ std::optional<std::vector<TextObservation>> TesseractEngine::State::read(const G
     // read turned each way, and the more confident reading says which.
     std::optional<bool> clockwise;
     if (layout.mostlyDown())
-      clockwise = state.uprightTurn(layout.lines, *page, width, height);
-    if (state.failed) {
+      clockwise = uprightTurn(layout.lines, *page, width, height);
+    if (failed) {
       api = nullptr;  // released with the others
       return std::nullopt;
     }
@@ -468,7 +466,7 @@ std::optional<std::vector<TextObservation>> TesseractEngine::State::read(const G
       turns.push_back(recognition::PageTurn{(*clockwise ? 1 : -1) * M_PI / 2, width, height, height, width});
       page = &upright;
       std::swap(width, height);
-      api = state.reader(plan.layout, ReaderKind::page);
+      api = reader(plan.layout, ReaderKind::page);
       if (api == nullptr) return std::nullopt;
       layout = findLayout(*api);
     }
@@ -482,17 +480,17 @@ std::optional<std::vector<TextObservation>> TesseractEngine::State::read(const G
       width *= factor;
       height *= factor;
       ppi *= factor;
-      api = state.reader(plan.layout, ReaderKind::page);
+      api = reader(plan.layout, ReaderKind::page);
       if (api == nullptr) return std::nullopt;
       layout = findLayout(*api);
     }
     Script script = Script::noHan;
-    State::SampleReaders sampleReaders;
+    SampleReaders samplers;
     recognition::SampleReading sample;
     if (plan.choosesScript()) {
-      sampleReaders = state.sampleReaders(*page, width, height, resolution);
-      script = state.chooseScript(layout.lines, *page, width, height, sampleReaders, sample);
-      if (state.failed) {
+      samplers = sampleReaders(*page, width, height, resolution);
+      script = chooseScript(layout.lines, *page, width, height, samplers, sample);
+      if (failed) {
         api = nullptr;
         return std::nullopt;
       }
@@ -504,13 +502,13 @@ std::optional<std::vector<TextObservation>> TesseractEngine::State::read(const G
     auto readPage = [&](std::vector<Box>& found) {
       result.reset();
       found.clear();
-      api = state.reader(plan.pageModels(script), ReaderKind::page);
+      api = reader(plan.pageModels(script), ReaderKind::page);
       if (api == nullptr) return false;
       load(*api, *page);
       if (api->Recognize(nullptr) != 0) return true;
       const InkMap ink(api->GetThresholdedImage(), width, height);
       std::vector<Box> read;
-      result = state.collect(*api, width, height, *page, ink, latinLanguages, &read);
+      result = collect(*api, width, height, *page, ink, latinLanguages, &read);
       // Lines the layout analysis dropped are looked for on the rest of the
       // page, the lines read blanked out, as sparse text; what is found there
       // is kept where it holds glyph-sized ink no line read covers. A line
@@ -518,18 +516,18 @@ std::optional<std::vector<TextObservation>> TesseractEngine::State::read(const G
       std::vector<Box> withText;
       for (size_t i = 0; i < read.size(); ++i)
         if ((*result)[i].candidate) withText.push_back(read[i]);
-      const std::vector<Box> unread = state.failed || ink.bits() == nullptr
+      const std::vector<Box> unread = failed || ink.bits() == nullptr
                                           ? std::vector<Box>{}
                                           : recognition::unreadGlyphs(*ink.bits(), withText);
       GreyImage rest;
       if (unread.empty() || !recognition::blankLines(*page, width, height, withText, rest)) return true;
-      api = state.reader(plan.pageModels(script), ReaderKind::sparse);  // the same reader
+      api = reader(plan.pageModels(script), ReaderKind::sparse);  // the same reader
       if (api == nullptr) return false;
       load(*api, rest);
       if (api->Recognize(nullptr) != 0) return true;
       const InkMap restInk(api->GetThresholdedImage(), width, height);
       std::vector<Box> more;
-      std::vector<TextObservation> again = state.collect(*api, width, height, *page, restInk, latinLanguages, &more);
+      std::vector<TextObservation> again = collect(*api, width, height, *page, restInk, latinLanguages, &more);
       for (size_t i = 0; i < again.size(); ++i)
         if (recognition::holdsUnreadGlyph(more[i], unread)) {
           result->push_back(std::move(again[i]));
@@ -543,15 +541,15 @@ std::optional<std::vector<TextObservation>> TesseractEngine::State::read(const G
     // its votes were not settled and the page read found more, those are
     // sampled too, and a page the votes then give to the other model is
     // read again with it.
-    if (script != Script::noHan && !dropped.empty() && !state.failed && !recognition::settled(sample.votes)) {
-      recognition::extendSample(sample, dropped, sampleReaders.first, sampleReaders.second);
-      const Script again = state.failed ? script : state.decide(sample, *page, width, height);
+    if (script != Script::noHan && !dropped.empty() && !failed && !recognition::settled(sample.votes)) {
+      recognition::extendSample(sample, dropped, samplers.first, samplers.second);
+      const Script again = failed ? script : decide(sample, *page, width, height);
       if (again != script) {
         script = again;
         if (!readPage(dropped)) return std::nullopt;
       }
     }
-    if (state.failed) {
+    if (failed) {
       // A model for the lines failed to load: the readers are gone.
       api = nullptr;
       result.reset();

@@ -7,6 +7,27 @@
 
 namespace kvo::recognition {
 
+namespace {
+
+// `plane` convolved with `kernel` (odd length, centred) along x (`acrossRows`)
+// or along y, edges clamped.
+Plane convolved(const Plane& plane, const std::vector<float>& kernel, bool acrossRows) {
+  const int w = plane.width, h = plane.height;
+  const int radius = static_cast<int>(kernel.size() / 2);
+  Plane result{w, h, std::vector<float>(plane.values.size(), 0.0f)};
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x) {
+      float sum = 0;
+      for (int i = -radius; i <= radius; ++i)
+        sum += kernel[static_cast<size_t>(i + radius)] *
+               (acrossRows ? plane.at(std::clamp(x + i, 0, w - 1), y) : plane.at(x, std::clamp(y + i, 0, h - 1)));
+      result.values[static_cast<size_t>(y) * w + x] = sum;
+    }
+  return result;
+}
+
+}  // namespace
+
 Plane blurred(const Plane& plane, double sigma) {
   if (sigma <= 0 || plane.width <= 0 || plane.height <= 0) return plane;
   const int radius = std::max(1, static_cast<int>(std::ceil(3 * sigma)));
@@ -15,24 +36,7 @@ Plane blurred(const Plane& plane, double sigma) {
   for (int i = -radius; i <= radius; ++i)
     total += kernel[static_cast<size_t>(i + radius)] = static_cast<float>(std::exp(-i * i / (2 * sigma * sigma)));
   for (float& k : kernel) k /= total;
-  const int w = plane.width, h = plane.height;
-  Plane across{w, h, std::vector<float>(plane.values.size(), 0.0f)};
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) {
-      float sum = 0;
-      for (int i = -radius; i <= radius; ++i)
-        sum += kernel[static_cast<size_t>(i + radius)] * plane.at(std::clamp(x + i, 0, w - 1), y);
-      across.values[static_cast<size_t>(y) * w + x] = sum;
-    }
-  Plane result{w, h, std::vector<float>(plane.values.size(), 0.0f)};
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) {
-      float sum = 0;
-      for (int i = -radius; i <= radius; ++i)
-        sum += kernel[static_cast<size_t>(i + radius)] * across.at(x, std::clamp(y + i, 0, h - 1));
-      result.values[static_cast<size_t>(y) * w + x] = sum;
-    }
-  return result;
+  return convolved(convolved(plane, kernel, true), kernel, false);
 }
 
 double likeness(const Plane& ink, const Plane& form, int step) {

@@ -175,17 +175,13 @@ namespace {
 bool clearSurroundOnce(uint8_t* page, int width, int height, int level) {
   const size_t count = static_cast<size_t>(width) * static_cast<size_t>(height);
   // The sheet's level: the median of the levels above `level`.
-  std::array<uint64_t, 256> above{};
+  const Histogram h = histogram(page, width, height);
   uint64_t light = 0;
-  for (size_t i = 0; i < count; ++i)
-    if (page[i] > level) {
-      ++above[page[i]];
-      ++light;
-    }
+  for (int v = level + 1; v < 256; ++v) light += h[static_cast<size_t>(v)];
   if (light == 0) return false;
   int sheet = level + 1;
   for (uint64_t seen = 0; sheet < 255; ++sheet)
-    if ((seen += above[static_cast<size_t>(sheet)]) * 2 >= light) break;
+    if ((seen += h[static_cast<size_t>(sheet)]) * 2 >= light) break;
   // The dark pixels joined to the edge, by a flood from every dark pixel on it.
   std::vector<bool> surround(count, false);
   std::vector<uint32_t> todo;  // a page has fewer pixels than 2^32 (kMaxEnlargedPixels)
