@@ -275,14 +275,14 @@ TesseractEngine::State::SampleReaders TesseractEngine::State::sampleReaders(cons
 
 Script TesseractEngine::State::decide(const recognition::SampleReading& sample, const GreyImage& grey, int width,
                                       int height) {
-  double lean = 0;
+  std::vector<double> leans;
   if (!sample.votes.forms.empty() && !recognition::settled(sample.votes)) {
     if (!referenceGlyphs) referenceGlyphs = std::make_unique<ReferenceGlyphs>();
-    lean = recognition::formLean(
+    leans = recognition::formLeans(
         grey.data, width, height, sample.votes.forms, plan.first == "chi_tra",
         [this](UChar32 c, bool traditional, int em) { return referenceGlyphs->draw(c, traditional, em); });
   }
-  return recognition::decideScript(sample, lean);
+  return recognition::decideScript(sample, leans);
 }
 
 Script TesseractEngine::State::chooseScript(const std::vector<Box>& layout, const GreyImage& grey, int width,

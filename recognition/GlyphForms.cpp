@@ -143,21 +143,21 @@ Plane blockOf(const Plane& a, const Plane& b) {
 
 }  // namespace
 
-double formLean(const uint8_t* page, int width, int height, const std::vector<FormPair>& pairs,
-                bool firstTraditional, const FormDrawer& draw) {
-  if (page == nullptr || pairs.empty() || !draw) return 0;
+std::vector<double> formLeans(const uint8_t* page, int width, int height, const std::vector<FormPair>& pairs,
+                              bool firstTraditional, const FormDrawer& draw) {
+  std::vector<double> leans;
+  if (page == nullptr || pairs.empty() || !draw) return leans;
   std::vector<int> heights;
   for (const FormPair& p : pairs)
     if (const int h = inkHeight(page, width, height, p); h > 0) heights.push_back(h);
-  if (heights.empty()) return 0;
+  if (heights.empty()) return leans;
   std::nth_element(heights.begin(), heights.begin() + heights.size() / 2, heights.end());
   const int em = static_cast<int>(std::lround(heights[heights.size() / 2] / kInkPerEm));
-  if (em < 4) return 0;
+  if (em < 4) return leans;
   const double sigma = em / 16.0;
   const int step = std::max(1, em / 16);
   // The window: the em and half an em of search on every side.
   const int side = 2 * em;
-  double lean = 0;
   for (const FormPair& p : pairs) {
     const std::vector<Plane> firstForms = draw(p.first, firstTraditional, em);
     const std::vector<Plane> secondForms = draw(p.second, !firstTraditional, em);
@@ -166,6 +166,8 @@ double formLean(const uint8_t* page, int width, int height, const std::vector<Fo
     const int cx = middle(p);
     const int cy = (p.line.top + p.line.bottom) / 2;
     const Plane ink = blurred(inkAround(page, width, height, cx, cy, side), sigma);
+    double lean = 0;
+    bool compared = false;
     for (size_t f = 0; f < faces; ++f) {
       if (firstForms[f].values.empty() || secondForms[f].values.empty()) continue;
       const double one = likeness(ink, blurred(firstForms[f], sigma), step);
@@ -173,10 +175,14 @@ double formLean(const uint8_t* page, int width, int height, const std::vector<Fo
       // Ink that looks no more like either form than like a block shows no
       // strokes, and the denser form is always the likelier block.
       const double block = likeness(ink, blurred(blockOf(firstForms[f], secondForms[f]), sigma), step);
-      if (one > -1 && other > -1 && std::max(one, other) > block) lean += one - other;
+      if (one > -1 && other > -1 && std::max(one, other) > block) {
+        lean += one - other;
+        compared = true;
+      }
     }
+    if (compared) leans.push_back(lean);
   }
-  return lean;
+  return leans;
 }
 
 }  // namespace kvo::recognition

@@ -54,12 +54,16 @@ struct FormPair {
 using FormDrawer = std::function<std::vector<Plane>(UChar32 c, bool traditional, int em)>;
 constexpr double kEmBaseline = 0.88;
 
-// How much more the glyphs of `pairs` look like the forms of the first
+// How much more each glyph of `pairs` looks like the form of the first
 // model's script than the second's (`firstTraditional` says which script
-// that is), on the grey `page` (width × height): the sum, over pairs and
-// the typefaces that draw both forms, of the difference of the two
-// likenesses. Positive for the first model's forms, negative for
-// the second's, 0 when nothing could be compared. The em is the median
+// that is), on the grey `page` (width × height): for each pair compared, in
+// order, the sum over the typefaces that draw both forms of the difference
+// of the two likenesses, positive for the first model's form, negative for
+// the second's. A pair no typeface could compare (a glyph blurred into a
+// block, a character the typefaces lack) has none; none at all when no
+// glyph could be measured. Each pair is one glyph of the page, so the
+// leans are independent evidence, weighed like votes
+// (recognition/ScriptDecision: evidence). The em is the median
 // height of the glyphs' ink (on their lines, about where the boxes put
 // them) over kInkPerEm (a Han glyph's ink fills about that much of its
 // em); the glyph is searched for up to half an em
@@ -68,8 +72,8 @@ constexpr double kEmBaseline = 0.88;
 // blurred by a sixteenth of one, so that strokes of a typeface unlike the
 // references still overlap theirs. Ink is the smaller side of the level
 // that separates the grey levels around each glyph best.
-double formLean(const uint8_t* page, int width, int height, const std::vector<FormPair>& pairs,
-                bool firstTraditional, const FormDrawer& draw);
+std::vector<double> formLeans(const uint8_t* page, int width, int height, const std::vector<FormPair>& pairs,
+                              bool firstTraditional, const FormDrawer& draw);
 constexpr double kInkPerEm = 0.9;
 
 }  // namespace kvo::recognition

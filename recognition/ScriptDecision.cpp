@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 
 #include "recognition/Characters.h"
 
@@ -119,6 +120,40 @@ std::vector<int> doubledRanks(const std::vector<double>& margins) {
   return ranks;
 }
 
+// Under chance, each of `ranks` (doubled) counted for either side with
+// probability 1/2: the chance of every doubled sum of those counted for one
+// side, 0 up to the sum of them all.
+std::vector<double> chanceOfSums(const std::vector<int>& ranks) {
+  int64_t total = 0;
+  for (const int rank : ranks) total += rank;
+  std::vector<double> chance(static_cast<size_t>(total) + 1, 0.0);
+  chance[0] = 1;
+  int64_t reach = 0;
+  for (const int rank : ranks) {
+    for (int64_t s = reach; s >= 0; --s) {
+      chance[static_cast<size_t>(s + rank)] += chance[static_cast<size_t>(s)] / 2;
+      chance[static_cast<size_t>(s)] /= 2;
+    }
+    reach += rank;
+  }
+  return chance;
+}
+
+// The standard normal deviate with `p` of the distribution above it.
+double deviateAbove(double p) {
+  // The upper tail 0.5 erfc(z / sqrt 2) falls steadily with z: bisection,
+  // to double precision well within a hundred halvings.
+  double low = -40, high = 40;
+  for (int i = 0; i < 100; ++i) {
+    const double mid = (low + high) / 2;
+    if (0.5 * std::erfc(mid / std::sqrt(2.0)) > p)
+      low = mid;
+    else
+      high = mid;
+  }
+  return (low + high) / 2;
+}
+
 }  // namespace
 
 double Votes::rankSum() const {
@@ -141,18 +176,7 @@ bool settled(const Votes& votes) {
   smaller = std::min(smaller, total - smaller);
   double p = 0;
   if (n <= kExactVotes) {
-    // Under chance each vote falls either way with probability 1/2: the
-    // distribution of the doubled sum over every subset of the ranks.
-    std::vector<double> chance(static_cast<size_t>(total) + 1, 0.0);
-    chance[0] = 1;
-    int64_t reach = 0;
-    for (const int rank : ranks) {
-      for (int64_t s = reach; s >= 0; --s) {
-        chance[static_cast<size_t>(s + rank)] += chance[static_cast<size_t>(s)] / 2;
-        chance[static_cast<size_t>(s)] /= 2;
-      }
-      reach += rank;
-    }
+    const std::vector<double> chance = chanceOfSums(ranks);
     for (int64_t s = 0; s <= smaller; ++s) p += chance[static_cast<size_t>(s)];
     p *= 2;
   } else {
@@ -164,6 +188,34 @@ bool settled(const Votes& votes) {
     p = std::erfc(z / std::sqrt(2.0));
   }
   return p < kSignificance;
+}
+
+double evidence(const std::vector<double>& differences) {
+  std::vector<double> signedValues;
+  std::copy_if(differences.begin(), differences.end(), std::back_inserter(signedValues),
+               [](double d) { return d != 0; });
+  if (signedValues.empty()) return 0;
+  const std::vector<int> ranks = doubledRanks(signedValues);
+  int64_t positive = 0, total = 0;
+  double squares = 0;
+  for (size_t i = 0; i < ranks.size(); ++i) {
+    if (signedValues[i] > 0) positive += ranks[i];
+    total += ranks[i];
+    squares += static_cast<double>(ranks[i]) * ranks[i];
+  }
+  // Exactly as much either way: the middle of the distribution.
+  if (2 * positive == total) return 0;
+  if (signedValues.size() > kExactVotes) {
+    // The normal approximation: the doubled sum of the positive ones has
+    // mean total / 2 and variance (sum of squared doubled ranks) / 4.
+    return (positive - total / 2.0) / std::sqrt(squares / 4);
+  }
+  // The mid-p: the chance of a sum above the one observed, and half the
+  // chance of exactly it, so that differences leaning neither way give 0.
+  const std::vector<double> chance = chanceOfSums(ranks);
+  double above = chance[static_cast<size_t>(positive)] / 2;
+  for (size_t s = static_cast<size_t>(positive) + 1; s < chance.size(); ++s) above += chance[s];
+  return deviateAbove(above);
 }
 
 namespace {
@@ -264,13 +316,20 @@ Votes countVotes(const HanReading& first, const HanReading& second) {
   return votes;
 }
 
-Script decideScript(const SampleReading& sample, double formLean) {
+Script decideScript(const SampleReading& sample, const std::vector<double>& formLeans) {
   const HanReading& first = sample.first;
   const HanReading& second = sample.second;
   if (second.han.count == 0) return Script::first;
   // Votes that did not settle are as much chance as script; the glyphs
-  // themselves then say which forms they are in, when they can.
-  if (formLean != 0 && !settled(sample.votes)) return formLean > 0 ? Script::first : Script::second;
+  // themselves then say which forms they are in, when they can. Each kind
+  // of evidence counts as far as it is unlikely under chance, on one scale
+  // (Stouffer's sum of the two deviates): one glyph leaning one way does
+  // not outweigh dozens of votes leaning the other, nor a few near-tie
+  // votes a dozen glyphs.
+  if (!settled(sample.votes)) {
+    const double weighed = evidence(sample.votes.margins) + evidence(formLeans);
+    if (weighed != 0) return weighed > 0 ? Script::first : Script::second;
+  }
   if (const double sum = sample.votes.rankSum(); sum != 0) return sum > 0 ? Script::first : Script::second;
   // Both models are nearly sure of most characters; what tells them apart
   // is how much doubt each has left, on the characters each wrote in its

@@ -34,8 +34,9 @@ namespace kvo::recognition {
 // characters wins, and the first requested on a tie of that too. Lines the
 // layout analysis missed and the page read found later join a sample whose
 // votes were not settled (extendSample). Votes that do not settle are
-// weighed by the glyphs themselves when they can be (recognition/GlyphForms):
-// which of the two forms each glyph read in both looks like.
+// weighed together with the glyphs themselves when they can be
+// (recognition/GlyphForms): which of the two forms each glyph read in both
+// looks like, each kind of evidence as far as it is unlikely under chance.
 
 // Confidences (0..100) of some characters of a reading.
 struct Confidences {
@@ -165,6 +166,17 @@ struct SampleReading {
 bool settled(const Votes& votes);
 constexpr size_t kExactVotes = 120;
 
+// How far `differences` (vote margins, glyph leans) lean to the positive
+// side, as a standard normal deviate: z with the chance above z equal to
+// the chance that, were each difference as likely to fall either way
+// whatever its size, the signed-rank sum of the positive ones would come
+// out above the one observed, plus half the chance of exactly it (the
+// mid-p, so that differences leaning neither way give 0). Exact up to
+// kExactVotes differences, the normal approximation beyond; differences of
+// 0 are left out, and none at all give 0. Deviates of independent evidence
+// add up (Stouffer).
+double evidence(const std::vector<double>& differences);
+
 // Reads the sample in order, each line with the first model and, when it
 // holds Han (kHanPerLine characters or more; fewer are stray misreadings),
 // with the second: until the votes are settled or the sample runs out.
@@ -186,10 +198,10 @@ constexpr int kProbeWidthInHeights = 12;
 // The decision on what the sample showed (both models' readings of the
 // same lines with Han and the votes readSample counted on them): the sign of
 // the votes' rank sum when they are settled; when they are not, the sign of
-// `formLean` (what the glyphs read in two forms look like: formLean() of
-// the votes' form pairs, positive for the first model's forms, 0 when
-// unknown) and, when that is 0 too, the rank sum's; then the doubt, then
-// the first model.
-Script decideScript(const SampleReading& sample, double formLean = 0);
+// the sum of the votes' evidence and that of `formLeans` (how much each
+// glyph read in two forms looks more like the first model's form than the
+// second's: formLeans() of the votes' form pairs) and, when that is 0 too,
+// the rank sum's; then the doubt, then the first model.
+Script decideScript(const SampleReading& sample, const std::vector<double>& formLeans = {});
 
 }  // namespace kvo::recognition

@@ -46,8 +46,14 @@ class GlyphForms : public ::testing::Test {
     // The recogniser's boxes are rough: a few pixels off and taller than the glyph.
     pair_ = FormPair{U'说', U'說', Box{left + 3, 0, left + em + 3, height_}, Box{left - 2, 0, left + em, height_}, line};
   }
+  std::vector<double> leans(const std::vector<FormPair>& pairs, bool firstTraditional = false,
+                            const kvo::recognition::FormDrawer& draw = &GlyphForms::draw) {
+    return kvo::recognition::formLeans(grey_.data(), width_, height_, pairs, firstTraditional, draw);
+  }
+  // The lean of the one pair; 0 when it could not be compared.
   double lean(bool firstTraditional = false) {
-    return kvo::recognition::formLean(grey_.data(), width_, height_, {pair_}, firstTraditional, &GlyphForms::draw);
+    const std::vector<double> each = leans({pair_}, firstTraditional);
+    return each.empty() ? 0 : each.front();
   }
   std::vector<uint8_t> grey_;
   int width_ = 0, height_ = 0;
@@ -111,7 +117,7 @@ TEST_F(GlyphForms, AGlyphBlurredIntoABlockSaysNothing) {
   // The glyph's whole box inked: more like a block than like either form.
   for (int y = 30; y < 70; ++y)
     for (int x = 62; x < 99; ++x) grey_[static_cast<size_t>(y) * width_ + x] = 20;
-  EXPECT_EQ(lean(), 0);
+  EXPECT_TRUE(leans({pair_}).empty());
 }
 
 TEST_F(GlyphForms, ComparesOnlyInTypefacesThatDrawBothForms) {
@@ -121,14 +127,30 @@ TEST_F(GlyphForms, ComparesOnlyInTypefacesThatDrawBothForms) {
     return std::vector<Plane>{form(traditional, em), traditional ? form(true, em) : Plane{}};
   };
   const double both = lean();
-  EXPECT_DOUBLE_EQ(kvo::recognition::formLean(grey_.data(), width_, height_, {pair_}, false, partly), both);
+  const std::vector<double> one = leans({pair_}, false, partly);
+  ASSERT_EQ(one.size(), 1u);
+  EXPECT_DOUBLE_EQ(one.front(), both);
+}
+
+TEST_F(GlyphForms, GivesEachGlyphItsOwnLeanInOrder) {
+  page(false, 40, 60, 30);
+  FormPair left = pair_;  // the glyph an em to the left, in the same form
+  left.firstBox.left -= 40;
+  left.firstBox.right -= 40;
+  left.secondBox.left -= 40;
+  left.secondBox.right -= 40;
+  const std::vector<double> each = leans({pair_, left});
+  ASSERT_EQ(each.size(), 2u);
+  EXPECT_GT(each[0], 0);
+  EXPECT_GT(each[1], 0);
+  EXPECT_DOUBLE_EQ(each[0], lean());
 }
 
 TEST_F(GlyphForms, NoPairsOrNoDrawingsLeanNowhere) {
   page(false, 40, 60, 30);
-  EXPECT_EQ(kvo::recognition::formLean(grey_.data(), width_, height_, {}, false, &GlyphForms::draw), 0);
+  EXPECT_TRUE(leans({}).empty());
   const auto none = [](char32_t, bool, int) { return std::vector<Plane>{}; };
-  EXPECT_EQ(kvo::recognition::formLean(grey_.data(), width_, height_, {pair_}, false, none), 0);
+  EXPECT_TRUE(leans({pair_}, false, none).empty());
 }
 
 }  // namespace

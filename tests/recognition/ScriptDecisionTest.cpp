@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <string>
 #include <vector>
 
@@ -416,21 +417,63 @@ TEST_F(ScriptDecision, KeepsTheGlyphsReadInTwoFormsWithTheBoxesTheyWerePlacedIn)
   EXPECT_EQ(votes.forms[0].secondBox.left, 12);
 }
 
-TEST_F(ScriptDecision, TheGlyphsDecideWhenTheVotesDidNotSettle) {
-  // One vote for the first model, far from settled; the glyphs look like the second's forms.
+TEST_F(ScriptDecision, TheGlyphsWeighInWhenTheVotesDidNotSettle) {
+  // One vote for the first model, far from settled.
   const auto first = lineRead(U"说明", {99, 99}, simplified_);
   const auto second = lineRead(U"說明", {98, 99}, traditional_);
   const kvo::recognition::SampleReading sample{first, second, kvo::recognition::countVotes(first, second), 1};
   ASSERT_FALSE(kvo::recognition::settled(sample.votes));
-  EXPECT_EQ(kvo::recognition::decideScript(sample, 0), Script::first);
-  EXPECT_EQ(kvo::recognition::decideScript(sample, -0.2), Script::second);
-  EXPECT_EQ(kvo::recognition::decideScript(sample, 0.2), Script::first);
+  EXPECT_EQ(kvo::recognition::decideScript(sample, {}), Script::first);
+  EXPECT_EQ(kvo::recognition::decideScript(sample, {-0.2, -0.3}), Script::second);  // two glyphs against one vote
+  EXPECT_EQ(kvo::recognition::decideScript(sample, {0.2}), Script::first);
+}
+
+TEST_F(ScriptDecision, OneGlyphDoesNotOutweighManyVotesLeaningTheOtherWay) {
+  kvo::recognition::SampleReading sample{reading(20, 99), reading(20, 98), votes(13, 7), 3};
+  ASSERT_FALSE(kvo::recognition::settled(sample.votes));
+  EXPECT_EQ(kvo::recognition::decideScript(sample, {-0.3}), Script::first);
+}
+
+TEST_F(ScriptDecision, ADozenGlyphsOutweighAFewVotesLeaningTheOtherWay) {
+  kvo::recognition::SampleReading sample{reading(20, 99), reading(20, 98), margins({3, 2, -1}), 3};
+  ASSERT_FALSE(kvo::recognition::settled(sample.votes));
+  EXPECT_EQ(kvo::recognition::decideScript(sample, std::vector<double>(12, -0.1)), Script::second);
 }
 
 TEST_F(ScriptDecision, SettledVotesDecideWhateverTheGlyphsLookLike) {
   kvo::recognition::SampleReading sample{reading(20, 99), reading(20, 90), votes(10, 0), 3};
   ASSERT_TRUE(kvo::recognition::settled(sample.votes));
-  EXPECT_EQ(kvo::recognition::decideScript(sample, -5), Script::first);
+  EXPECT_EQ(kvo::recognition::decideScript(sample, std::vector<double>(50, -5)), Script::first);
+}
+
+TEST_F(ScriptDecision, EvidenceIsNoneWithoutDifferencesOrWhenTheyLeanNeitherWay) {
+  EXPECT_EQ(kvo::recognition::evidence({}), 0);
+  EXPECT_EQ(kvo::recognition::evidence({0, 0}), 0);
+  EXPECT_EQ(kvo::recognition::evidence({1, -1}), 0);
+  EXPECT_EQ(kvo::recognition::evidence({3, -1, -2}), 0);  // ranks 3 against 1 + 2
+}
+
+TEST_F(ScriptDecision, EvidenceIsTheNormalDeviateOfTheMidP) {
+  // One difference: the sum observed (its rank) has chance 1/2, none above: 1/4.
+  EXPECT_NEAR(kvo::recognition::evidence({0.4}), 0.6745, 1e-4);
+  // Three of one side: only that sum, chance 1/8, half of it counted: 1/16.
+  EXPECT_NEAR(kvo::recognition::evidence({1, 2, 3}), 1.5341, 1e-4);
+  EXPECT_NEAR(kvo::recognition::evidence({-1, -2, -3}), -1.5341, 1e-4);
+  EXPECT_NEAR(kvo::recognition::evidence({1, 2, 0, 3}), 1.5341, 1e-4);  // a 0 leans nowhere
+}
+
+TEST_F(ScriptDecision, EvidenceWeighsDifferencesByTheRankOfTheirSizes) {
+  // One large one way, one small the other: rank 2 against 1 (chance above 1/4, at it 1/4).
+  EXPECT_NEAR(kvo::recognition::evidence({5, -1}), 0.3186, 1e-4);
+  EXPECT_NEAR(kvo::recognition::evidence({-5, 1}), -0.3186, 1e-4);
+}
+
+TEST_F(ScriptDecision, ApproximatesTheEvidenceBeyondTheDifferencesItCountsExactly) {
+  // 110 against 90 of equal size: (110 - 100) ranks of 100.5 over the
+  // standard deviation of the sum, 100.5 × sqrt(200) / 2.
+  std::vector<double> differences(110, 1.0);
+  differences.insert(differences.end(), 90, -1.0);
+  EXPECT_NEAR(kvo::recognition::evidence(differences), 10 / (std::sqrt(200.0) / 2), 1e-9);
 }
 
 TEST_F(ScriptDecision, SampledGlyphsKeepTheLineTheyWereReadOn) {
