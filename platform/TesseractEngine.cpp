@@ -399,9 +399,7 @@ std::optional<std::vector<TextObservation>> TesseractEngine::recognize(const Bit
   if (result && !state.failed && !holdsText(*result)) {
     const size_t pixels = static_cast<size_t>(width) * static_cast<size_t>(height);
     if (split.darkGround) recognition::invertGrey(grey.data, pixels);
-    if (!recognition::clearSurround(grey, width, height, recognition::separatingLevel(grey.data, width, height),
-                                    sheet))
-      return result;
+    if (!recognition::clearSurround(grey, width, height, split.givenLevel, sheet)) return result;
     const recognition::GroundSplit sheetSplit = recognition::splitGround(sheet.data, width, height);
     if (sheetSplit.darkGround) recognition::invertGrey(sheet.data, pixels);
     std::optional<std::vector<TextObservation>> again = state.read(sheet, width, height, ppi, sheetSplit.level);

@@ -51,7 +51,7 @@ GroundSplit splitGround(const uint8_t* grey, int width, int height) {
   GroundSplit split;
   if (grey == nullptr || width <= 0 || height <= 0) return split;
   const Histogram h = histogram(grey, width, height);
-  split.level = otsuLevel(h);
+  split.level = split.givenLevel = otsuLevel(h);
   uint64_t dark = 0, light = 0;
   for (int v = 0; v < 256; ++v) (v <= split.level ? dark : light) += h[v];
   split.darkGround = light > 0 && dark > light;
@@ -170,12 +170,11 @@ std::optional<double> straighteningAngle(const SkewMeasure& whole, const std::op
 
 namespace {
 
-// One round of clearSurround on `page` in place: false when no pixel at or
-// below `level` touches the edge, or nothing lies above it.
-bool clearSurroundOnce(uint8_t* page, int width, int height, int level) {
+// One round of clearSurround on `page` in place, `h` its histogram: false
+// when no pixel at or below `level` touches the edge, or nothing lies above it.
+bool clearSurroundOnce(uint8_t* page, int width, int height, const Histogram& h, int level) {
   const size_t count = static_cast<size_t>(width) * static_cast<size_t>(height);
   // The sheet's level: the median of the levels above `level`.
-  const Histogram h = histogram(page, width, height);
   uint64_t light = 0;
   for (int v = level + 1; v < 256; ++v) light += h[static_cast<size_t>(v)];
   if (light == 0) return false;
@@ -226,8 +225,9 @@ bool clearSurround(const GreyImage& grey, int width, int height, int level, Grey
   std::copy(grey.data, grey.data + count, page);
   bool cleared = false;
   for (int round = 0; round < kMostSurroundRounds; ++round) {
-    if (round > 0) level = separatingLevel(page, width, height);
-    if (!clearSurroundOnce(page, width, height, level)) break;
+    const Histogram h = histogram(page, width, height);
+    if (round > 0) level = otsuLevel(h);
+    if (!clearSurroundOnce(page, width, height, h, level)) break;
     cleared = true;
   }
   if (!cleared) {

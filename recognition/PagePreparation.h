@@ -28,10 +28,12 @@ int separatingLevel(const uint8_t* grey, int width, int height);
 
 // Both answers from one pass over the page: whether its ground is dark,
 // and the separating level of the page as it is read, that is after
-// inverting it when its ground is dark.
+// inverting it when its ground is dark; and that of the page as given
+// (separatingLevel), the same when its ground is light.
 struct GroundSplit {
   int level = 127;
   bool darkGround = false;
+  int givenLevel = 127;
 };
 GroundSplit splitGround(const uint8_t* grey, int width, int height);
 

@@ -86,8 +86,11 @@ TEST_F(PagePreparation, OnePassGivesBothTheLevelAndTheGround) {
   std::vector<uint8_t> inverted = dark;
   kvo::recognition::invertGrey(inverted.data(), inverted.size());
   EXPECT_EQ(split.level, kvo::recognition::separatingLevel(inverted.data(), 100, 50));
+  EXPECT_EQ(split.givenLevel, kvo::recognition::separatingLevel(dark.data(), 100, 50));
   const std::vector<uint8_t> light = page(250, 20, 0.1);
   EXPECT_EQ(kvo::recognition::splitGround(light.data(), 100, 50).level,
+            kvo::recognition::separatingLevel(light.data(), 100, 50));
+  EXPECT_EQ(kvo::recognition::splitGround(light.data(), 100, 50).givenLevel,
             kvo::recognition::separatingLevel(light.data(), 100, 50));
 }
 
