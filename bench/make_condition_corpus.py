@@ -60,22 +60,27 @@ def page_spec(condition, lang, number, sources):
         family = pc.CJK_FONTS[(number * 2 + ci * 3 + li) % len(pc.CJK_FONTS)]
     ui = condition in ("screenshot", "dark") and number % 2 == 1
     pools = sources.ui(lang) if ui else sources.prose(lang)
-    label, texts = pools[(number + ci * 3 + li) % len(pools)]
-    start = rng.randrange(len(texts))
-    texts = texts[start:] + texts[:start]
-    if condition in ("screenshot", "dark"):
-        width = rng.choice([380, 440, 500, 560])
-    else:
-        width = rng.choice([360, 396, 432])
-    max_lines = rng.randint(10, 16)
-    setter = Typesetter(family, st["size"])
-    lines = pc.layout_lines(setter, texts, width * 0.97, max_lines, one_per_line=ui)
+    # A text too short for a page gives way to the next one in its pool.
+    for step in range(len(pools)):
+        label, texts = pools[(number + ci * 3 + li + step) % len(pools)]
+        start = rng.randrange(len(texts))
+        texts = texts[start:] + texts[:start]
+        if condition in ("screenshot", "dark"):
+            width = rng.choice([380, 440, 500, 560])
+        else:
+            width = rng.choice([360, 396, 432])
+        max_lines = rng.randint(10, 16)
+        setter = Typesetter(family, st["size"])
+        lines = pc.layout_lines(setter, texts, width * 0.97, max_lines, one_per_line=ui)
+        if len(lines) >= 3:
+            break
     return pid, rng, st, family, label + (f" from item {start}" if not ui else f" from string {start}"), \
         lines, width
 
 
 def build(out, per_cell=PER_CELL, force=False, log=print):
-    manifest = None if force else pc.existing_manifest(out, VERSION, {"per_cell": per_cell}, "pages")
+    manifest = None if force else pc.existing_manifest(out, VERSION, {"per_cell": per_cell, "conditions": pc.CONDITIONS},
+                                                   "pages")
     if manifest:
         return manifest
     pc.fresh_dir(out)
@@ -96,7 +101,7 @@ def build(out, per_cell=PER_CELL, force=False, log=print):
                               "width_px": w, "height_px": h,
                               "lines": len(lines), "chars": len("".join(truth.split()))})
                 log(f"  {pid}: {pages[-1]['chars']:4d} chars, {len(lines):2d} lines, {family}, {desc}")
-    manifest = {"version": VERSION, "per_cell": per_cell, "pages": pages}
+    manifest = {"version": VERSION, "per_cell": per_cell, "conditions": pc.CONDITIONS, "pages": pages}
     with open(os.path.join(out, "manifest.json"), "w", encoding="utf-8") as f:
         json.dump(manifest, f, ensure_ascii=False, indent=1)
     return manifest

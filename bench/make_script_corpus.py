@@ -34,6 +34,11 @@ import sys
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, HERE)
 import page_conditions as pc  # noqa: E402
+
+# The conditions samples are drawn under: the first eight of the condition
+# bench's (the later ones are whole pages: a sheet with margins, pages
+# turned a quarter or a half), so that the samples stay as they were made.
+CONDITIONS = pc.CONDITIONS[:8]
 from make_ocr_corpus import Typesetter  # noqa: E402
 from ocr_bench_common import ScriptForms, han_count  # noqa: E402
 
@@ -91,10 +96,10 @@ def sample_spec(i, sources, forms, held_out_fonts=False):
     rng = pc.seeded("script", VERSION, sid)
     fonts = HELD_OUT_FONTS[script] if held_out_fonts else pc.CJK_FONTS
     family = fonts[k % len(fonts)]
-    condition = pc.CONDITIONS[(k // len(pc.CJK_FONTS) + k) % len(pc.CONDITIONS)]
+    condition = CONDITIONS[(k // len(pc.CJK_FONTS) + k) % len(CONDITIONS)]
     dpi = size = None
     if condition not in ("screenshot", "dark", "small"):
-        dpi = SCAN_DPIS[(3 * k + k // len(pc.CONDITIONS)) % len(SCAN_DPIS)]
+        dpi = SCAN_DPIS[(3 * k + k // len(CONDITIONS)) % len(SCAN_DPIS)]
         size = rng.choice([10, 10.5, 11, 12, 14])
     st = pc.style_for(condition, rng, dpi=dpi, size=size)
     short = k % 7 == 3

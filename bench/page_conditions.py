@@ -25,8 +25,14 @@ condition is applied:
   small       7-8 pt text at 150-200 dpi
   rot90       a 200-dpi page turned by 90 degrees clockwise or counter-clockwise
               (no EXIF orientation)
+  sheet       a whole sheet photographed: the text block in the middle of a page
+              with wide margins (1-1.5 inch), 150-240 dpi, turned 1-3 degrees, a
+              keystone perspective, light falling off from one corner to the
+              opposite one, blur, noise, JPEG quality 60-80
+  cw, ccw     a clean 200-dpi page turned a quarter clockwise / counter-clockwise
+  half        a clean 200-dpi page turned upside down
 
-Scans (clean, crooked, faint, small, rot90) are PNG files that record their
+Scans (clean, crooked, faint, small, rot90, cw, ccw, half) are PNG files that record their
 resolution; screenshots and photos record none (screenshot tools and phone
 cameras do not give a scan resolution).
 """
@@ -47,7 +53,10 @@ from PIL import Image, ImageFilter
 import make_ocr_corpus
 from make_ocr_corpus import Typesetter
 
-CONDITIONS = ["clean", "screenshot", "dark", "photo", "crooked", "faint", "small", "rot90"]
+# New conditions go at the end: a condition's index takes part in choosing
+# its pages' fonts and texts, so the pages of the others stay as they were.
+CONDITIONS = ["clean", "screenshot", "dark", "photo", "crooked", "faint", "small", "rot90",
+              "sheet", "cw", "ccw", "half"]
 HARD_CONDITIONS = [c for c in CONDITIONS if c != "clean"]
 LANGS = ["en", "zh-Hans", "zh-Hant", "mix"]
 
@@ -299,7 +308,11 @@ def style_for(condition, rng, dpi=None, size=None):
         st["size"] = rng.choice([10.5, 11, 12])
         paper = rng.randint(196, 222)
         st.update(bg=(paper,) * 3, fg=(paper - rng.randint(55, 80),) * 3)
-    else:  # clean, rot90
+    elif condition == "sheet":
+        st["dpi"] = rng.choice([150, 200, 240])
+        st["size"] = rng.choice([10.5, 11, 12])
+        st.update(save_dpi=False, mode="RGB", margin_in=rng.uniform(1.0, 1.5))
+    else:  # clean, rot90, cw, ccw, half
         st["dpi"] = 200
         st["size"] = rng.choice([10.5, 11, 12])
     if dpi:
@@ -356,12 +369,65 @@ def photograph(img, rng):
     return out, quality, desc
 
 
+def photograph_sheet(img, rng, margin_px):
+    """A whole sheet photographed from above, the sheet filling the frame:
+    the text block with wide white margins, turned a little, a keystone
+    perspective, the light falling off across the sheet from one corner to
+    the opposite one (a lamp or window to one side), blur, sensor noise.
+    Returns (RGB image, JPEG quality, description)."""
+    w, h = img.size
+    sheet = Image.new("RGB", (w + 2 * margin_px, h + 2 * margin_px), (255, 255, 255))
+    sheet.paste(img, (margin_px, margin_px))
+    angle = rng.uniform(1.0, 3.0) * rng.choice([-1, 1])
+    sheet = sheet.rotate(angle, resample=Image.BICUBIC, expand=True, fillcolor=(255, 255, 255))
+    W, H = sheet.size
+    # Keystone: one edge of the frame nearer the camera than the other.
+    k = rng.uniform(0.01, 0.025)
+    dst = [(0, 0), (W, 0), (W, H), (0, H)]
+    side = rng.randrange(4)
+    src = [list(p) for p in dst]
+    a, b = side, (side + 1) % 4
+    for i in (a, b):
+        cx, cy = W / 2, H / 2
+        src[i][0] += (cx - src[i][0]) * k * 2
+        src[i][1] += (cy - src[i][1]) * k * 2
+    sheet = sheet.transform((W, H), Image.PERSPECTIVE, _perspective_coeffs([tuple(p) for p in src], dst),
+                            resample=Image.BICUBIC, fillcolor=(255, 255, 255))
+    arr = numpy.asarray(sheet).astype(numpy.float32)
+    yy, xx = numpy.mgrid[0:H, 0:W].astype(numpy.float32)
+    corner = rng.randrange(4)
+    u = xx / W if corner in (0, 3) else 1 - xx / W
+    v = yy / H if corner in (0, 1) else 1 - yy / H
+    t = (u + v) / 2  # 0 at the lit corner, 1 at the opposite one
+    lit = numpy.array([rng.randint(230, 245), rng.randint(222, 236), rng.randint(205, 220)], numpy.float32)
+    dim_level = rng.uniform(0.55, 0.68)
+    dim = lit * dim_level
+    light = (lit * (1 - t[..., None]) + dim * t[..., None]) / 255.0
+    arr = arr * light
+    out = Image.fromarray(numpy.clip(arr, 0, 255).astype(numpy.uint8), "RGB")
+    blur = rng.uniform(0.8, 1.2)
+    out = out.filter(ImageFilter.GaussianBlur(blur))
+    arr = numpy.asarray(out).astype(numpy.float32)
+    sigma = rng.uniform(4, 8)
+    nrng = numpy.random.default_rng(rng.randint(0, 2 ** 31))
+    arr = arr + nrng.normal(0, sigma, arr.shape).astype(numpy.float32)
+    out = Image.fromarray(numpy.clip(arr, 0, 255).astype(numpy.uint8), "RGB")
+    quality = rng.randint(60, 80)
+    desc = (f"margins {margin_px} px, turned {angle:+.1f} deg, keystone {k:.3f} on side {side}, "
+            f"light from corner {corner} down to {dim_level:.2f}, blur {blur:.2f}, noise sigma {sigma:.1f}, "
+            f"JPEG q{quality}")
+    return out, quality, desc
+
+
 def apply_condition(img, st, rng):
     """The drawn page under st's condition: (image, file extension, save options, description)."""
     c = st["condition"]
     desc = f"{st['dpi']} dpi, {st['size']} pt"
     if c == "photo":
         out, quality, extra = photograph(img, rng)
+        return out, ".jpg", {"quality": quality}, desc + ", " + extra
+    if c == "sheet":
+        out, quality, extra = photograph_sheet(img, rng, int(st["margin_in"] * st["dpi"]))
         return out, ".jpg", {"quality": quality}, desc + ", " + extra
     if st["mode"] == "L":
         img = img.convert("L")
@@ -379,6 +445,10 @@ def apply_condition(img, st, rng):
         clockwise = rng.random() < 0.5
         img = img.transpose(Image.ROTATE_270 if clockwise else Image.ROTATE_90)
         desc += ", turned 90 deg " + ("clockwise" if clockwise else "counter-clockwise")
+    elif c in ("cw", "ccw", "half"):
+        img = img.transpose({"cw": Image.ROTATE_270, "ccw": Image.ROTATE_90, "half": Image.ROTATE_180}[c])
+        desc += {"cw": ", turned 90 deg clockwise", "ccw": ", turned 90 deg counter-clockwise",
+                 "half": ", turned 180 deg"}[c]
     elif c in ("screenshot", "dark"):
         desc += f", text {st['fg']} on {st['bg']}"
     options = {"dpi": (st["dpi"], st["dpi"])} if st["save_dpi"] else {}

@@ -18,6 +18,8 @@ fewest edits (ties: the faster one); its time is that configuration's time on
 that page (the fastest possible correct single reading). The "order-free"
 columns count edits as if the order of characters did not matter (see
 ocr_bench_common.bag_distance): a diagnostic for lines read in another order.
+"cut short" counts the page's lines (of 9 characters or more) whose start is
+in a reading and whose end is not (cut_lines below): a line read only in part.
 
 Plain results do not depend on the helper, so they are cached (by the image's
 SHA-256, the -l value and the tesseract version) in --plain-cache; a run with
@@ -138,33 +140,66 @@ def run_page(page, args, configs, work, rotation, cache):
 
 # ---------------------------------------------------------------- scoring
 
+def bigrams(text):
+    return {text[i:i + 2] for i in range(len(text) - 1)}
+
+
+def cut_lines(truth_lines, reading):
+    """How many lines of the page the reading cut short: lines of at least
+    9 characters (white space removed) whose first third is in the reading
+    and whose last third is not. A third is in the reading when at least
+    half of its character pairs are. A line read only in part (the rest of
+    it lost, as when the light or the binarisation took the end of every
+    line) counts here; a line not read at all does not: the CER shows both."""
+    have = bigrams(reading)
+
+    def found(part):
+        pairs = bigrams(part)
+        return bool(pairs) and len(pairs & have) * 2 >= len(pairs)
+
+    cut = 0
+    for line in truth_lines:
+        if len(line) < 9:
+            continue
+        third = len(line) // 3
+        if found(line[:third]) and not found(line[-third:]):
+            cut += 1
+    return cut
+
+
 def score(results, pages, args, configs, dist):
     plain = [c for c in configs if c != HELPER]
     for r, p in zip(results, pages):
         r["page"] = p
         with open(os.path.join(args.corpus, p["id"] + ".gt.txt"), encoding="utf-8") as f:
-            ref = squash_nfkc(f.read())
+            truth = f.read()
+        ref = squash_nfkc(truth)
+        truth_lines = [squash_nfkc(line) for line in truth.splitlines()]
         r["ref_chars"] = len(ref)
+        r["ref_lines"] = sum(1 for line in truth_lines if len(line) >= 9)
         for c in configs:
             with open(os.path.join(args.out, "text", c, p["id"] + ".txt"), encoding="utf-8") as f:
                 hyp = squash_nfkc(f.read())
             run = r["runs"][c]
             run["edits"] = dist.distance(ref, hyp)
             run["bag_edits"] = bag_distance(ref, hyp)
+            run["cut_lines"] = cut_lines(truth_lines, hyp)
         if plain:
             best = min(plain, key=lambda c: (r["runs"][c]["edits"], r["runs"][c]["seconds"]))
             r["best"] = {"config": best, "edits": r["runs"][best]["edits"],
                          "seconds": r["runs"][best]["seconds"],
                          "cpu_seconds": r["runs"][best].get("cpu_seconds", float("nan")),
-                         "bag_edits": min(r["runs"][c]["bag_edits"] for c in plain)}
+                         "bag_edits": min(r["runs"][c]["bag_edits"] for c in plain),
+                         "cut_lines": r["runs"][best]["cut_lines"]}
 
 
 def group_stats(rows, configs):
     ref = max(1, sum(r["ref_chars"] for r in rows))
-    out = {"pages": len(rows), "ref_chars": ref}
+    out = {"pages": len(rows), "ref_chars": ref, "ref_lines": sum(r["ref_lines"] for r in rows)}
     for c in configs:
         out[c] = {"cer": sum(r["runs"][c]["edits"] for r in rows) / ref,
                   "bag_cer": sum(r["runs"][c]["bag_edits"] for r in rows) / ref,
+                  "cut_lines": sum(r["runs"][c]["cut_lines"] for r in rows),
                   "seconds": sum(r["runs"][c]["seconds"] for r in rows),
                   "cpu_seconds": sum(r["runs"][c].get("cpu_seconds", float("nan")) for r in rows),
                   "rss_mib": max(r["runs"][c]["rss_kib"] for r in rows) / 1024,
@@ -172,6 +207,7 @@ def group_stats(rows, configs):
     if rows and "best" in rows[0]:
         out["best"] = {"cer": sum(r["best"]["edits"] for r in rows) / ref,
                        "bag_cer": sum(r["best"]["bag_edits"] for r in rows) / ref,
+                       "cut_lines": sum(r["best"]["cut_lines"] for r in rows),
                        "seconds": sum(r["best"]["seconds"] for r in rows),
                        "cpu_seconds": sum(r["best"]["cpu_seconds"] for r in rows)}
     return out
@@ -190,6 +226,9 @@ def cer_table(results, configs, conditions, langs, markdown):
     if has_helper and plain:
         head += ["helper/best"]
     head += (["helper order-free"] if has_helper else []) + (["best plain order-free"] if plain else [])
+    head += ["lines", "cut short: helper"] if has_helper else ["lines"]
+    if plain:
+        head += ["best plain"]
 
     def row(cond, lang, rows):
         if not rows:
@@ -210,6 +249,11 @@ def cer_table(results, configs, conditions, langs, markdown):
             cells.append(fmt_pct(s[HELPER]["bag_cer"]))
         if plain:
             cells.append(fmt_pct(s["best"]["bag_cer"]))
+        cells.append(str(s["ref_lines"]))
+        if has_helper:
+            cells.append(str(s[HELPER]["cut_lines"]))
+        if plain:
+            cells.append(str(s["best"]["cut_lines"]))
         return cells
 
     out = []

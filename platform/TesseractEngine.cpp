@@ -98,6 +98,11 @@ class SingleThreadRegions {
 // of columns and blocks, which the automatic segmentation drops again.
 enum class ReaderKind { page, line, sparse };
 
+// Tesseract's thresholding_method: its global Otsu level, which every page
+// is read with first, and Sauvola's local threshold.
+constexpr const char* kGlobalThresholding = "0";
+constexpr const char* kSauvolaThresholding = "2";
+
 }  // namespace
 
 struct TesseractEngine::State {
@@ -163,6 +168,20 @@ struct TesseractEngine::State {
   std::vector<TextObservation> collect(tesseract::TessBaseAPI& api, double width, double height,
                                        const GreyImage& grey, const InkMap& ink, const std::string& latinLanguages,
                                        std::vector<Box>* boxes = nullptr);
+  // Tesseract binarises a page at one level for all of it. Where the light
+  // falls off across a photographed sheet, the sheet's own levels can span
+  // more than the print's contrast, and that level then takes the darker
+  // part of the sheet, and the end of every line on it, for ink: the
+  // reading stops where the light does. So what the reading `observations`
+  // (its lines with text `lines`) left unread is measured on the page's ink
+  // as a local threshold finds it (recognition/UnreadInk), and a reading
+  // that left half a line's width of it unread is read again with Tesseract's
+  // local (Sauvola) threshold; the second reading replaces the first only
+  // when it leaves clearly less unread. Reading every page that way is no
+  // answer: it loses faint, low-contrast print (docs/binarisation.md).
+  void readLocally(tesseract::TessBaseAPI& api, const GreyImage& page, int width, int height, int ppi,
+                   const std::string& latinLanguages, const std::vector<Box>& lines,
+                   std::vector<TextObservation>& observations);
   // False when the Latin models fail to load.
   bool rereadLatinRuns(ReadLine& line, const std::string& languages, const GreyImage& grey, const InkBits* ink,
                        int width, int height, int resolution);
@@ -318,6 +337,39 @@ bool TesseractEngine::State::rereadLatinRuns(ReadLine& line, const std::string& 
   return true;
 }
 
+void TesseractEngine::State::readLocally(tesseract::TessBaseAPI& api, const GreyImage& page, int width, int height,
+                                         int ppi, const std::string& latinLanguages, const std::vector<Box>& lines,
+                                         std::vector<TextObservation>& observations) {
+  if (lines.empty()) return;
+  // A window two typical lines across on each side holds ground around any glyph.
+  const std::vector<int> thicknesses = tesseract_reading::lineThicknesses(lines);
+  std::vector<int> sorted = thicknesses;
+  std::nth_element(sorted.begin(), sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size() / 2), sorted.end());
+  const InkMap local(tesseract_reading::localInk(page, width, height, 2 * sorted[sorted.size() / 2]), width, height);
+  if (local.bits() == nullptr) return;
+  const recognition::UnreadWidth first = recognition::unreadWidth(*local.bits(), lines);
+  if (!recognition::leavesALineUnread(first)) return;
+  api.Clear();
+  api.SetVariable("thresholding_method", kSauvolaThresholding);
+  api.SetImage(page.data, width, height, 1, width);
+  if (ppi > 0) api.SetSourceResolution(ppi);
+  std::vector<Box> boxes;
+  std::vector<TextObservation> again;
+  if (api.Recognize(nullptr) == 0) {
+    const InkMap ink(api.GetThresholdedImage(), width, height);
+    again = collect(api, width, height, page, ink, latinLanguages, &boxes);
+  }
+  api.SetVariable("thresholding_method", kGlobalThresholding);
+  api.Clear();
+  if (failed) return;
+  std::vector<Box> withText;
+  for (size_t i = 0; i < again.size(); ++i)
+    if (again[i].candidate) withText.push_back(boxes[i]);
+  if (withText.empty()) return;
+  if (recognition::readsClearlyMore(recognition::unreadWidth(*local.bits(), withText), first))
+    observations = std::move(again);
+}
+
 std::vector<TextObservation> TesseractEngine::State::collect(tesseract::TessBaseAPI& api, double width,
                                                             double height, const GreyImage& grey, const InkMap& ink,
                                                             const std::string& latinLanguages,
@@ -445,6 +497,8 @@ std::optional<std::vector<TextObservation>> TesseractEngine::State::read(const G
   tesseract::TessBaseAPI* api = nullptr;
   std::string latinLanguages;
   std::optional<std::vector<TextObservation>> result;
+  // The lines of `result` that hold text, as read on `page`.
+  std::vector<Box> readBoxes;
   try {
     api = reader(plan.layout, ReaderKind::page);
     if (api == nullptr) return std::nullopt;
@@ -500,6 +554,7 @@ std::optional<std::vector<TextObservation>> TesseractEngine::State::read(const G
     auto readPage = [&](std::vector<Box>& found) {
       result.reset();
       found.clear();
+      readBoxes.clear();
       api = reader(plan.pageModels(script), ReaderKind::page);
       if (api == nullptr) return false;
       load(*api, *page);
@@ -517,6 +572,7 @@ std::optional<std::vector<TextObservation>> TesseractEngine::State::read(const G
       const std::vector<Box> unread = failed || ink.bits() == nullptr
                                           ? std::vector<Box>{}
                                           : recognition::unreadGlyphs(*ink.bits(), withText);
+      readBoxes = withText;
       GreyImage rest;
       if (unread.empty() || !recognition::blankLines(*page, width, height, withText, rest)) return true;
       api = reader(plan.pageModels(script), ReaderKind::sparse);  // the same reader
@@ -528,6 +584,7 @@ std::optional<std::vector<TextObservation>> TesseractEngine::State::read(const G
       std::vector<TextObservation> again = collect(*api, width, height, *page, restInk, latinLanguages, &more);
       for (size_t i = 0; i < again.size(); ++i)
         if (recognition::holdsUnreadGlyph(more[i], unread)) {
+          if (again[i].candidate) readBoxes.push_back(more[i]);
           result->push_back(std::move(again[i]));
           found.push_back(more[i]);
         }
@@ -546,6 +603,11 @@ std::optional<std::vector<TextObservation>> TesseractEngine::State::read(const G
         script = again;
         if (!readPage(dropped)) return std::nullopt;
       }
+    }
+    if (result && !failed) {
+      api = reader(plan.pageModels(script), ReaderKind::page);
+      if (api == nullptr) return std::nullopt;
+      readLocally(*api, *page, width, height, ppi, latinLanguages, readBoxes, *result);
     }
     if (failed) {
       // A model for the lines failed to load: the readers are gone.

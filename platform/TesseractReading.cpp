@@ -182,6 +182,24 @@ Pix* greyPix(const GreyImage& grey, int width, int height) {
   return pix;
 }
 
+Pix* localInk(const GreyImage& grey, int width, int height, int halfWindow) {
+  // Leptonica's factor for Sauvola's threshold, as in its own examples.
+  constexpr l_float32 kSauvolaFactor = 0.35f;
+  // Tiles of about a million pixels keep the window sums a few megabytes.
+  constexpr int kTileSide = 1024;
+  halfWindow = std::min(halfWindow, (std::min(width, height) - 3) / 2);
+  if (halfWindow < 2) return nullptr;
+  Pix* pix = greyPix(grey, width, height);
+  if (pix == nullptr) return nullptr;
+  // Each tile must hold a window and more.
+  const int nx = std::max(1, std::min(width / kTileSide, width / (2 * halfWindow + 3)));
+  const int ny = std::max(1, std::min(height / kTileSide, height / (2 * halfWindow + 3)));
+  Pix* ink = nullptr;
+  if (pixSauvolaBinarizeTiled(pix, halfWindow, kSauvolaFactor, nx, ny, nullptr, &ink) != 0) pixDestroy(&ink);
+  pixDestroy(&pix);
+  return ink;
+}
+
 // The page straightened when its text lines slope: `turned` holds the
 // straight page and the result says how it maps back. nullopt when the page
 // is straight, no slope is found with confidence, or memory runs out.
@@ -204,7 +222,9 @@ std::optional<recognition::PageTurn> straighten(const GreyImage& grey, int width
   }
   if (degrees) {
     // Clockwise is positive for both calls; given the page's own size,
-    // pixRotate enlarges the canvas (centred) so that no pixel is lost.
+    // pixRotate enlarges the canvas (centred) so that no pixel is lost. The
+    // corners it brings in white take the page's own edge instead
+    // (recognition/PagePreparation: fillTurnedCorners).
     const double radians = *degrees * M_PI / 180.0;
     Pix* rotated = pixRotate(pix, static_cast<l_float32>(radians), L_ROTATE_AREA_MAP, L_BRING_IN_WHITE, width, height);
     if (rotated != nullptr && pixGetDepth(rotated) == 8 && pixGetWidth(rotated) <= kMaxSide &&
@@ -222,6 +242,7 @@ std::optional<recognition::PageTurn> straighten(const GreyImage& grey, int width
         std::free(turned.data);
         turned.data = data;
         turn = recognition::PageTurn{radians, width, height, tw, th};
+        recognition::fillTurnedCorners(*turn, recognition::groundLevel(grey, width, height, inkLevel), turned);
       }
     }
     pixDestroy(&rotated);

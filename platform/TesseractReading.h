@@ -91,6 +91,14 @@ std::vector<int> lineThicknesses(const std::vector<Box>& lines);
 // A Leptonica copy of a grey page; null when the memory cannot be had.
 Pix* greyPix(const GreyImage& grey, int width, int height);
 
+// The page's ink as a local threshold finds it (Sauvola's, Leptonica's,
+// in tiles so that its sums stay small on large pages), for measuring what
+// a reading left unread (recognition/UnreadInk: unreadWidth): each pixel is
+// set against the levels within `halfWindow` pixels of it, so light falling
+// off across a photographed sheet does not move the ink. The caller owns
+// the result; null when memory runs out or the page is too small.
+Pix* localInk(const GreyImage& grey, int width, int height, int halfWindow);
+
 // The page straightened when its text lines slope, found on the page
 // binarised with ink at levels up to `inkLevel`: `turned` holds the
 // straight page and the result says how it maps back. nullopt when the page

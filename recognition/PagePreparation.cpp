@@ -112,6 +112,32 @@ bool turnGreyQuarter(const GreyImage& grey, int width, int height, bool clockwis
   return true;
 }
 
+int groundLevel(const GreyImage& grey, int width, int height, int level) {
+  if (grey.data == nullptr || width <= 0 || height <= 0) return 255;
+  const Histogram h = histogram(grey.data, width, height);
+  uint64_t light = 0;
+  for (int v = level + 1; v < 256; ++v) light += h[static_cast<size_t>(v)];
+  if (light == 0) return std::clamp(level, 0, 255);
+  int ground = level + 1;
+  for (uint64_t seen = 0; ground < 255; ++ground)
+    if ((seen += h[static_cast<size_t>(ground)]) * 2 >= light) break;
+  return ground;
+}
+
+void fillTurnedCorners(const PageTurn& turn, int ground, GreyImage& turned) {
+  if (turned.data == nullptr || turn.width <= 0 || turn.height <= 0) return;
+  const double inside = kTurnedEdgeBand;
+  const auto level = static_cast<uint8_t>(std::clamp(ground, 0, 255));
+  for (int y = 0; y < turn.turnedHeight; ++y) {
+    uint8_t* row = turned.data + static_cast<size_t>(y) * static_cast<size_t>(turn.turnedWidth);
+    for (int x = 0; x < turn.turnedWidth; ++x) {
+      const NormalizedPoint p = turn.toPage(x + 0.5, y + 0.5);
+      if (p.x >= inside && p.x <= turn.width - inside && p.y >= inside && p.y <= turn.height - inside) continue;
+      row[x] = level;
+    }
+  }
+}
+
 bool enlargeGrey(const GreyImage& grey, int width, int height, int factor, GreyImage& out) {
   const size_t outWidth = static_cast<size_t>(width) * static_cast<size_t>(factor);
   const size_t outHeight = static_cast<size_t>(height) * static_cast<size_t>(factor);

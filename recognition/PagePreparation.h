@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "recognition/PageRaster.h"
+#include "recognition/PageTurn.h"
 
 namespace kvo::recognition {
 
@@ -107,6 +108,27 @@ std::optional<double> straighteningAngle(const SkewMeasure& whole, const std::op
 bool asksForHalves(const SkewMeasure& whole);
 constexpr double kLeastSkewDegrees = 0.1;
 constexpr double kLeastSkewConfidence = 3.0;
+
+// The level of a page's ground: the median of its levels above `level`
+// (its separating level), the side that holds the ground. 255 when the page
+// holds nothing; `level` when nothing lies above it.
+int groundLevel(const GreyImage& grey, int width, int height, int level);
+
+// The corners of a page turned straight that the page as given does not
+// cover: in `turned` (a page turned by `turn`, on its canvas of
+// turn.turnedWidth × turn.turnedHeight), every pixel whose centre lies less
+// than kTurnedEdgeBand pixels inside the page as given, or outside it, is
+// set to `ground`, the page's ground level (groundLevel). The turn brings
+// in those corners white; white on a photograph whose sheet is grey and lit
+// unevenly is a level lighter than all of the sheet, and a binarisation
+// that separates the page's levels globally (as Tesseract's does) then puts
+// the sheet's darker part on the ink's side and its text with it: every
+// line loses the part that lies where the light falls off. At the ground's
+// own level, the corners join the ground's side of any separation without
+// adding a level of their own. The band takes in the pixels along the edge
+// that the turn blended with the corners.
+void fillTurnedCorners(const PageTurn& turn, int ground, GreyImage& turned);
+constexpr double kTurnedEdgeBand = 1.0;
 
 // `grey` (width × height) turned a quarter clockwise (on the screen) or
 // counter-clockwise into `out`, which is height × width. False when the

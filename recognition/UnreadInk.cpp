@@ -105,4 +105,25 @@ bool holdsUnreadGlyph(const Box& line, const std::vector<Box>& glyphs) {
   });
 }
 
+UnreadWidth unreadWidth(const InkBits& page, const std::vector<Box>& lines) {
+  UnreadWidth width;
+  if (lines.empty()) return width;
+  std::vector<int> widths;
+  widths.reserve(lines.size());
+  for (const Box& b : lines) widths.push_back(b.width());
+  const auto middle = widths.begin() + static_cast<std::ptrdiff_t>(widths.size() / 2);
+  std::nth_element(widths.begin(), middle, widths.end());
+  width.typicalLine = *middle;
+  for (const Box& g : unreadGlyphs(page, lines)) width.unread += g.width();
+  return width;
+}
+
+bool leavesALineUnread(const UnreadWidth& first) {
+  return first.typicalLine > 0 && 2 * first.unread >= first.typicalLine;
+}
+
+bool readsClearlyMore(const UnreadWidth& second, const UnreadWidth& first) {
+  return second.typicalLine > 0 && 2 * second.unread <= first.unread;
+}
+
 }  // namespace kvo::recognition

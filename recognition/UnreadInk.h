@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "recognition/PageRaster.h"
@@ -35,5 +36,30 @@ bool blankLines(const GreyImage& grey, int width, int height, const std::vector<
 
 // True when `line` (a line of the second reading) holds the middle of one of `glyphs`.
 bool holdsUnreadGlyph(const Box& line, const std::vector<Box>& glyphs);
+
+// How much of a page (read with its lines running across) a reading left
+// unread, measured on the page's own ink
+// found apart from the reading (a local binarisation, which light falling
+// off across a sheet does not fool): the summed width of the glyph-sized
+// stretches of it outside every line the reading holds text on
+// (unreadGlyphs), set against the width of the reading's typical line.
+struct UnreadWidth {
+  int64_t unread = 0;  // pixels, summed over the stretches
+  int typicalLine = 0;  // the median width of the reading's lines
+};
+UnreadWidth unreadWidth(const InkBits& page, const std::vector<Box>& lines);
+
+// Whether a reading that left `first` unread is worth reading another way:
+// it left glyphs unread over at least half a typical line's width, as a
+// reading does whose binarisation took the end of a line for ground (its
+// lines are measured as read, so cut lines make the typical one shorter).
+// Stray marks and specks are not glyph-sized and do not count.
+bool leavesALineUnread(const UnreadWidth& first);
+
+// Whether the reading that left `second` unread is kept instead of the one
+// that left `first`: it leaves clearly less of the page unread, at most half
+// of it. Both are measured on the same ink, so neither is favoured by its
+// own binarisation; near-equal readings keep the first.
+bool readsClearlyMore(const UnreadWidth& second, const UnreadWidth& first);
 
 }  // namespace kvo::recognition

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -225,4 +226,85 @@ TEST_F(PagePreparation, LeavesAPageWithNothingDarkOnItsEdge) {
   fill(in, sheetOnDesk(220, 200, 40));  // a light margin round it: a scan
   EXPECT_FALSE(kvo::recognition::clearSurround(in, 40, 20, 120, out));
   EXPECT_EQ(out.data, nullptr);
+}
+
+namespace {
+
+// A page whose level falls off from left to right (light falling off across
+// a photographed sheet): column x has level 240 - x.
+std::vector<uint8_t> litFromTheLeft(int width, int height) {
+  std::vector<uint8_t> levels(static_cast<size_t>(width) * height);
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x) levels[static_cast<size_t>(y) * width + x] = static_cast<uint8_t>(240 - x);
+  return levels;
+}
+
+}  // namespace
+
+TEST_F(PagePreparation, TheGroundIsTheMedianOfTheLevelsAboveTheSeparatingOne) {
+  // 10 % ink at 20, the ground spread over 121..240.
+  std::vector<uint8_t> levels = litFromTheLeft(120, 10);
+  for (size_t i = 0; i < levels.size(); i += 10) levels[i] = 20;
+  GreyImage page;
+  fill(page, levels);
+  const int ground = kvo::recognition::groundLevel(page, 120, 10, 100);
+  EXPECT_GE(ground, 178);
+  EXPECT_LE(ground, 183);
+  // Nothing above the level: the level itself.
+  EXPECT_EQ(kvo::recognition::groundLevel(page, 120, 10, 250), 250);
+}
+
+TEST_F(PagePreparation, CornersATurnBringsInTakeTheGroundLevel) {
+  const int width = 120, height = 80;
+  const std::vector<uint8_t> levels = litFromTheLeft(width, height);
+  const auto turn = kvo::recognition::PageTurn::of(width, height, 5.0 * M_PI / 180.0);
+  ASSERT_GT(turn.turnedWidth, width);
+  // The turned page as a library brings it in: the page's pixels where the
+  // page is, white wherever it is not.
+  std::vector<uint8_t> canvas(static_cast<size_t>(turn.turnedWidth) * turn.turnedHeight, 255);
+  for (int y = 0; y < turn.turnedHeight; ++y)
+    for (int x = 0; x < turn.turnedWidth; ++x) {
+      const auto p = turn.toPage(x + 0.5, y + 0.5);
+      if (p.x >= 0 && p.x < width && p.y >= 0 && p.y < height)
+        canvas[static_cast<size_t>(y) * turn.turnedWidth + x] =
+            levels[static_cast<size_t>(p.y) * width + static_cast<size_t>(p.x)];
+    }
+  GreyImage turned;
+  fill(turned, canvas);
+  kvo::recognition::fillTurnedCorners(turn, 180, turned);
+  int white = 0, ground = 0;
+  for (size_t i = 0; i < canvas.size(); ++i) {
+    const uint8_t v = turned.data[i];
+    // Every pixel holds a level the page itself has: no white is left, so a
+    // binarisation of the whole canvas sees the page's own levels only.
+    EXPECT_GE(v, 240 - (width - 1));
+    EXPECT_LE(v, 240);
+    if (v == 255) ++white;
+    if (v == 180 && canvas[i] == 255) ++ground;
+  }
+  EXPECT_EQ(white, 0);
+  EXPECT_GT(ground, 0);
+  // The canvas's corners are off the page.
+  EXPECT_EQ(turned.data[0], 180);
+  EXPECT_EQ(turned.data[canvas.size() - 1], 180);
+}
+
+TEST_F(PagePreparation, PixelsWellInsideATurnedPageAreLeftAlone) {
+  const int width = 60, height = 40;
+  const auto turn = kvo::recognition::PageTurn::of(width, height, 3.0 * M_PI / 180.0);
+  GreyImage turned;
+  fill(turned, std::vector<uint8_t>(static_cast<size_t>(turn.turnedWidth) * turn.turnedHeight, 7));
+  kvo::recognition::fillTurnedCorners(turn, 100, turned);
+  // The middle of the canvas is the middle of the page: what the turn put
+  // there (7 here) stays.
+  EXPECT_EQ(turned.data[static_cast<size_t>(turn.turnedHeight / 2) * turn.turnedWidth + turn.turnedWidth / 2], 7);
+  // So does a pixel two pixels inside the page's edge, on the middle row.
+  const auto inside = [&] {
+    for (int x = 0; x < turn.turnedWidth; ++x)
+      if (turn.toPage(x + 0.5, turn.turnedHeight / 2 + 0.5).x >= 2.0) return x;
+    return -1;
+  }();
+  ASSERT_GE(inside, 0);
+  EXPECT_EQ(turned.data[static_cast<size_t>(turn.turnedHeight / 2) * turn.turnedWidth + inside], 7);
+  EXPECT_EQ(turned.data[static_cast<size_t>(turn.turnedHeight / 2) * turn.turnedWidth + inside - 2], 100);
 }

@@ -34,6 +34,9 @@ class UnreadInk : public ::testing::Test {
   std::vector<Box> unread(const std::vector<Box>& lines) const {
     return unreadGlyphs(InkBits{words_.data(), wordsPerRow(), kWidth, kHeight}, lines);
   }
+  kvo::recognition::UnreadWidth width(const std::vector<Box>& lines) const {
+    return kvo::recognition::unreadWidth(InkBits{words_.data(), wordsPerRow(), kWidth, kHeight}, lines);
+  }
   static int wordsPerRow() { return (kWidth + 31) / 32; }
 
  private:
@@ -122,3 +125,48 @@ TEST_F(UnreadInk, BlanksTheLinesReadAndTheirPaddingOnACopy) {
 }
 
 }  // namespace
+
+// Three lines of ten glyphs (236 pixels wide each) on the page's ink; a
+// reading whose binarisation took the end of every line for ground read
+// each only as far as its fifth glyph.
+TEST_F(UnreadInk, MeasuresTheGlyphsLeftUnreadAgainstTheTypicalLine) {
+  std::vector<Box> whole;
+  for (int top : {10, 60, 110}) whole.push_back(lineOfGlyphs(10, top, 10));
+  const auto all = width(whole);
+  EXPECT_EQ(all.unread, 0);
+  EXPECT_EQ(all.typicalLine, 236);
+  EXPECT_FALSE(kvo::recognition::leavesALineUnread(all));
+
+  std::vector<Box> cut;
+  for (const Box& line : whole) cut.push_back(Box{line.left, line.top, line.left + 5 * 24 - 4, line.bottom});
+  const auto half = width(cut);
+  // The last five glyphs of each line, 20 pixels each, are unread; the
+  // first pixel column of the first of them lies within the cut line's
+  // padding (5 pixels), which counts as read.
+  EXPECT_EQ(half.typicalLine, 116);
+  EXPECT_EQ(half.unread, 3 * (19 + 4 * 20));
+  EXPECT_TRUE(kvo::recognition::leavesALineUnread(half));
+  // The whole reading leaves clearly less unread than the cut one; the cut
+  // one does not read clearly more than the whole one.
+  EXPECT_TRUE(kvo::recognition::readsClearlyMore(all, half));
+  EXPECT_FALSE(kvo::recognition::readsClearlyMore(half, all));
+}
+
+TEST_F(UnreadInk, AFewGlyphsLeftUnreadAreNoReasonToReadAgain) {
+  std::vector<Box> lines;
+  for (int top : {10, 60, 110}) lines.push_back(lineOfGlyphs(10, top, 10));
+  // A page number below the text: two glyphs no line read.
+  lineOfGlyphs(200, 200, 2);
+  const auto left = width(lines);
+  EXPECT_EQ(left.unread, 40);
+  EXPECT_FALSE(kvo::recognition::leavesALineUnread(left));
+}
+
+TEST_F(UnreadInk, NearlyEqualReadingsKeepTheFirst) {
+  kvo::recognition::UnreadWidth first{400, 236}, second{220, 236};
+  EXPECT_FALSE(kvo::recognition::readsClearlyMore(second, first));
+  second.unread = 200;
+  EXPECT_TRUE(kvo::recognition::readsClearlyMore(second, first));
+  // A reading with no line at all keeps nothing.
+  EXPECT_FALSE(kvo::recognition::readsClearlyMore(kvo::recognition::UnreadWidth{0, 0}, first));
+}
