@@ -18,6 +18,7 @@
 
 #include "platform/ReferenceGlyphs.h"
 #include "platform/TesseractReading.h"
+#include "recognition/HalfTurn.h"
 #include "recognition/LatinRuns.h"
 #include "recognition/LineText.h"
 #include "recognition/PagePreparation.h"
@@ -123,6 +124,9 @@ struct TesseractEngine::State {
   std::map<std::string, std::unique_ptr<tesseract::TessBaseAPI>> readers;
   // The forms of the script of "chi_sim" or "chi_tra", made on first use.
   std::map<std::string, std::unique_ptr<ScriptForms>> scriptForms;
+  // Set while a page found upside down is read turned half, so that its
+  // reading is not checked for a half turn again.
+  bool turningHalf = false;
   // The reference typefaces glyphs read in two forms are compared with,
   // opened when a page's votes first fail to settle.
   std::unique_ptr<ReferenceGlyphs> referenceGlyphs;
@@ -177,7 +181,9 @@ struct TesseractEngine::State {
   // as a local threshold finds it (recognition/UnreadInk), and a reading
   // that left half a line's width of it unread is read again with Tesseract's
   // local (Sauvola) threshold; the second reading replaces the first only
-  // when it leaves clearly less unread. Reading every page that way is no
+  // when it leaves clearly less unread. A reading with no text at all (faint
+  // thin print where the light falls off) is read so too, and replaced by
+  // any reading with text. Reading every page that way is no
   // answer: it loses faint, low-contrast print (docs/binarisation.md).
   void readLocally(tesseract::TessBaseAPI& api, const GreyImage& page, int width, int height, int ppi,
                    const std::string& latinLanguages, const std::vector<Box>& lines,
@@ -257,8 +263,10 @@ std::optional<bool> TesseractEngine::State::uprightTurn(const std::vector<Box>& 
   // The line with its blank around it; turned, its height is the line's width.
   const int pad = std::max(2, longest->width() / 4);
   const Box region{longest->left - pad, longest->top - pad, longest->right + pad, longest->bottom + pad};
-  const int clockwise = tesseract_reading::turnedReadingConfidence(*api, grey, width, height, region, true);
-  const int counter = tesseract_reading::turnedReadingConfidence(*api, grey, width, height, region, false);
+  const int clockwise = tesseract_reading::readingConfidence(*api, grey, width, height, region,
+                                                             tesseract_reading::RegionTurn::clockwise);
+  const int counter = tesseract_reading::readingConfidence(*api, grey, width, height, region,
+                                                           tesseract_reading::RegionTurn::counterClockwise);
   if (clockwise < 0 && counter < 0) return std::nullopt;
   return clockwise >= counter;
 }
@@ -340,33 +348,47 @@ bool TesseractEngine::State::rereadLatinRuns(ReadLine& line, const std::string& 
 void TesseractEngine::State::readLocally(tesseract::TessBaseAPI& api, const GreyImage& page, int width, int height,
                                          int ppi, const std::string& latinLanguages, const std::vector<Box>& lines,
                                          std::vector<TextObservation>& observations) {
-  if (lines.empty()) return;
-  // A window two typical lines across on each side holds ground around any glyph.
-  const std::vector<int> thicknesses = tesseract_reading::lineThicknesses(lines);
-  std::vector<int> sorted = thicknesses;
-  std::nth_element(sorted.begin(), sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size() / 2), sorted.end());
-  const InkMap local(tesseract_reading::localInk(page, width, height, 2 * sorted[sorted.size() / 2]), width, height);
-  if (local.bits() == nullptr) return;
-  const recognition::UnreadWidth first = recognition::unreadWidth(*local.bits(), lines);
-  if (!recognition::leavesALineUnread(first)) return;
-  api.Clear();
-  api.SetVariable("thresholding_method", kSauvolaThresholding);
-  api.SetImage(page.data, width, height, 1, width);
-  if (ppi > 0) api.SetSourceResolution(ppi);
-  std::vector<Box> boxes;
-  std::vector<TextObservation> again;
-  if (api.Recognize(nullptr) == 0) {
-    const InkMap ink(api.GetThresholdedImage(), width, height);
-    again = collect(api, width, height, page, ink, latinLanguages, &boxes);
-  }
-  api.SetVariable("thresholding_method", kGlobalThresholding);
-  api.Clear();
-  if (failed) return;
+  // The page read with Sauvola's threshold, and the boxes of its lines with text.
   std::vector<Box> withText;
-  for (size_t i = 0; i < again.size(); ++i)
-    if (again[i].candidate) withText.push_back(boxes[i]);
-  if (withText.empty()) return;
-  if (recognition::readsClearlyMore(recognition::unreadWidth(*local.bits(), withText), first))
+  auto readAgain = [&] {
+    api.Clear();
+    api.SetVariable("thresholding_method", kSauvolaThresholding);
+    api.SetImage(page.data, width, height, 1, width);
+    if (ppi > 0) api.SetSourceResolution(ppi);
+    std::vector<Box> boxes;
+    std::vector<TextObservation> again;
+    if (api.Recognize(nullptr) == 0) {
+      const InkMap ink(api.GetThresholdedImage(), width, height);
+      again = collect(api, width, height, page, ink, latinLanguages, &boxes);
+    }
+    api.SetVariable("thresholding_method", kGlobalThresholding);
+    api.Clear();
+    for (size_t i = 0; i < again.size(); ++i)
+      if (again[i].candidate) withText.push_back(boxes[i]);
+    return again;
+  };
+  // A reading that holds nothing left all of the page's ink unread, however
+  // much there is: any reading with text reads more of it.
+  if (lines.empty()) {
+    std::vector<TextObservation> again = readAgain();
+    if (!failed && !withText.empty()) observations = std::move(again);
+    return;
+  }
+  // A window two typical lines across on each side holds ground around any glyph.
+  std::vector<int> thicknesses = tesseract_reading::lineThicknesses(lines);
+  const auto middle = thicknesses.begin() + static_cast<std::ptrdiff_t>(thicknesses.size() / 2);
+  std::nth_element(thicknesses.begin(), middle, thicknesses.end());
+  const InkMap local(tesseract_reading::localInkAtHalf(page, width, height, 2 * *middle), width / 2, height / 2);
+  if (local.bits() == nullptr) return;
+  auto halved = [](std::vector<Box> boxes) {
+    for (Box& b : boxes) b = Box{b.left / 2, b.top / 2, (b.right + 1) / 2, (b.bottom + 1) / 2};
+    return boxes;
+  };
+  const recognition::UnreadWidth first = recognition::unreadWidth(*local.bits(), halved(lines));
+  if (!recognition::leavesALineUnread(first)) return;
+  std::vector<TextObservation> again = readAgain();
+  if (failed || withText.empty()) return;
+  if (recognition::readsClearlyMore(recognition::unreadWidth(*local.bits(), halved(withText)), first))
     observations = std::move(again);
 }
 
@@ -608,6 +630,32 @@ std::optional<std::vector<TextObservation>> TesseractEngine::State::read(const G
       api = reader(plan.pageModels(script), ReaderKind::page);
       if (api == nullptr) return std::nullopt;
       readLocally(*api, *page, width, height, ppi, latinLanguages, readBoxes, *result);
+    }
+    // A page read upside down is read again turned half (recognition/HalfTurn).
+    if (result && !failed && !turningHalf && recognition::doubtfulReading(*result)) {
+      api = reader(plan.withoutHan, ReaderKind::line);
+      if (api == nullptr) return std::nullopt;
+      const bool upsideDown = recognition::readsUpsideDown(
+          recognition::boxesWithText(*result, width, height), [&](const Box& line, bool turned) {
+            if (failed) return -1;
+            return tesseract_reading::readingConfidence(
+                *api, *page, width, height, recognition::sampleRegion(line, width, recognition::kWholeLine),
+                turned ? tesseract_reading::RegionTurn::half : tesseract_reading::RegionTurn::none);
+          });
+      GreyImage half;
+      if (upsideDown && !failed && recognition::turnGreyHalf(*page, width, height, half)) {
+        // The readers may be dropped on the way (a model failing to load).
+        api = nullptr;
+        turningHalf = true;
+        std::optional<std::vector<TextObservation>> again = read(half, width, height, ppi, level);
+        turningHalf = false;
+        if (failed) return std::nullopt;
+        if (again) {
+          const recognition::PageTurn back{M_PI, width, height, width, height};
+          for (TextObservation& o : *again) back.mapBack(o);
+          result = std::move(again);
+        }
+      }
     }
     if (failed) {
       // A model for the lines failed to load: the readers are gone.

@@ -111,11 +111,11 @@ Layout analyseLayout(tesseract::TessBaseAPI& api) {
   return layout;
 }
 
-// How sure `api` is of its reading of `region` of the page turned a quarter
-// (clockwise or not), as its mean word confidence (0..100); -1 when it
-// cannot be read.
-int turnedReadingConfidence(tesseract::TessBaseAPI& api, const GreyImage& grey, int width, int height,
-                            const Box& wanted, bool clockwise) {
+// How sure `api` is of its reading of `region` of the page, turned as
+// `turn` says, as its mean word confidence (0..100); -1 when it cannot be
+// read.
+int readingConfidence(tesseract::TessBaseAPI& api, const GreyImage& grey, int width, int height,
+                      const Box& wanted, RegionTurn turn) {
   const std::optional<Box> region = recognition::clipToPage(wanted, width, height);
   if (!region) return -1;
   GreyImage crop, turned;
@@ -125,8 +125,17 @@ int turnedReadingConfidence(tesseract::TessBaseAPI& api, const GreyImage& grey, 
   for (int y = 0; y < h; ++y)
     std::copy_n(grey.data + static_cast<size_t>(region->top + y) * width + region->left, w,
                 crop.data + static_cast<size_t>(y) * w);
-  if (!recognition::turnGreyQuarter(crop, w, h, clockwise, turned)) return -1;
-  api.SetImage(turned.data, h, w, 1, h);
+  const GreyImage* read = &crop;
+  int readWidth = w, readHeight = h;
+  if (turn == RegionTurn::half) {
+    if (!recognition::turnGreyHalf(crop, w, h, turned)) return -1;
+    read = &turned;
+  } else if (turn != RegionTurn::none) {
+    if (!recognition::turnGreyQuarter(crop, w, h, turn == RegionTurn::clockwise, turned)) return -1;
+    read = &turned;
+    std::swap(readWidth, readHeight);
+  }
+  api.SetImage(read->data, readWidth, readHeight, 1, readWidth);
   const int confidence = api.Recognize(nullptr) == 0 ? api.MeanTextConf() : -1;
   api.Clear();
   return confidence;
@@ -182,21 +191,26 @@ Pix* greyPix(const GreyImage& grey, int width, int height) {
   return pix;
 }
 
-Pix* localInk(const GreyImage& grey, int width, int height, int halfWindow) {
+Pix* localInkAtHalf(const GreyImage& grey, int width, int height, int halfWindow) {
   // Leptonica's factor for Sauvola's threshold, as in its own examples.
   constexpr l_float32 kSauvolaFactor = 0.35f;
   // Tiles of about a million pixels keep the window sums a few megabytes.
   constexpr int kTileSide = 1024;
-  halfWindow = std::min(halfWindow, (std::min(width, height) - 3) / 2);
-  if (halfWindow < 2) return nullptr;
   Pix* pix = greyPix(grey, width, height);
   if (pix == nullptr) return nullptr;
-  // Each tile must hold a window and more.
-  const int nx = std::max(1, std::min(width / kTileSide, width / (2 * halfWindow + 3)));
-  const int ny = std::max(1, std::min(height / kTileSide, height / (2 * halfWindow + 3)));
-  Pix* ink = nullptr;
-  if (pixSauvolaBinarizeTiled(pix, halfWindow, kSauvolaFactor, nx, ny, nullptr, &ink) != 0) pixDestroy(&ink);
+  Pix* half = pixScaleAreaMap2(pix);
   pixDestroy(&pix);
+  if (half == nullptr) return nullptr;
+  const int w = pixGetWidth(half), h = pixGetHeight(half);
+  halfWindow = std::min(halfWindow / 2, (std::min(w, h) - 3) / 2);
+  Pix* ink = nullptr;
+  if (halfWindow >= 2) {
+    // Each tile must hold a window and more.
+    const int nx = std::max(1, std::min(w / kTileSide, w / (2 * halfWindow + 3)));
+    const int ny = std::max(1, std::min(h / kTileSide, h / (2 * halfWindow + 3)));
+    if (pixSauvolaBinarizeTiled(half, halfWindow, kSauvolaFactor, nx, ny, nullptr, &ink) != 0) pixDestroy(&ink);
+  }
+  pixDestroy(&half);
   return ink;
 }
 

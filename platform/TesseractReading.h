@@ -79,11 +79,14 @@ struct Layout {
 // The layout analysis of `api`'s page.
 Layout analyseLayout(tesseract::TessBaseAPI& api);
 
-// How sure `api` is of its reading of `region` of the page turned a quarter
-// (clockwise or not), as its mean word confidence (0..100); -1 when it
-// cannot be read.
-int turnedReadingConfidence(tesseract::TessBaseAPI& api, const GreyImage& grey, int width, int height,
-                            const Box& wanted, bool clockwise);
+// How a region is turned before it is read.
+enum class RegionTurn { none, clockwise, counterClockwise, half };
+
+// How sure `api` is of its reading of `region` of the page, turned as
+// `turn` says, as its mean word confidence (0..100); -1 when it cannot be
+// read.
+int readingConfidence(tesseract::TessBaseAPI& api, const GreyImage& grey, int width, int height,
+                      const Box& wanted, RegionTurn turn);
 
 // How thick each line is: its height, or its width when it stands upright.
 std::vector<int> lineThicknesses(const std::vector<Box>& lines);
@@ -91,13 +94,17 @@ std::vector<int> lineThicknesses(const std::vector<Box>& lines);
 // A Leptonica copy of a grey page; null when the memory cannot be had.
 Pix* greyPix(const GreyImage& grey, int width, int height);
 
-// The page's ink as a local threshold finds it (Sauvola's, Leptonica's,
-// in tiles so that its sums stay small on large pages), for measuring what
-// a reading left unread (recognition/UnreadInk: unreadWidth): each pixel is
-// set against the levels within `halfWindow` pixels of it, so light falling
-// off across a photographed sheet does not move the ink. The caller owns
-// the result; null when memory runs out or the page is too small.
-Pix* localInk(const GreyImage& grey, int width, int height, int halfWindow);
+// The page's ink as a local threshold finds it (Sauvola's, Leptonica's),
+// for measuring what a reading left unread (recognition/UnreadInk:
+// unreadWidth): each pixel is set against the levels within `halfWindow`
+// pixels of it, so light falling off across a photographed sheet does not
+// move the ink. Found on the page reduced to half its size (each pixel the
+// mean of 2 × 2; the page as read has lines at least
+// recognition::kReadableLineHeight pixels thick, so half of that still
+// shows glyphs), `halfWindow` and all, which takes a quarter of the time;
+// the result is (width / 2) × (height / 2), and the caller owns it. Null
+// when memory runs out or the page is too small.
+Pix* localInkAtHalf(const GreyImage& grey, int width, int height, int halfWindow);
 
 // The page straightened when its text lines slope, found on the page
 // binarised with ink at levels up to `inkLevel`: `turned` holds the

@@ -138,6 +138,16 @@ void fillTurnedCorners(const PageTurn& turn, int ground, GreyImage& turned) {
   }
 }
 
+bool turnGreyHalf(const GreyImage& grey, int width, int height, GreyImage& out) {
+  const size_t count = static_cast<size_t>(width) * static_cast<size_t>(height);
+  auto* data = static_cast<uint8_t*>(std::malloc(count));
+  if (data == nullptr) return false;
+  std::reverse_copy(grey.data, grey.data + count, data);
+  std::free(out.data);
+  out.data = data;
+  return true;
+}
+
 bool enlargeGrey(const GreyImage& grey, int width, int height, int factor, GreyImage& out) {
   const size_t outWidth = static_cast<size_t>(width) * static_cast<size_t>(factor);
   const size_t outHeight = static_cast<size_t>(height) * static_cast<size_t>(factor);

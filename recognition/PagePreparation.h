@@ -135,6 +135,10 @@ constexpr double kTurnedEdgeBand = 1.0;
 // memory cannot be had.
 bool turnGreyQuarter(const GreyImage& grey, int width, int height, bool clockwise, GreyImage& out);
 
+// `grey` (width × height) turned half a turn (upside down) into `out`, of
+// the same size. False when the memory cannot be had.
+bool turnGreyHalf(const GreyImage& grey, int width, int height, GreyImage& out);
+
 // `grey` (width × height) enlarged `factor` times by bilinear interpolation
 // between pixel centres, into `out`. False when the memory cannot be had.
 bool enlargeGrey(const GreyImage& grey, int width, int height, int factor, GreyImage& out);
