@@ -103,7 +103,7 @@ def main():
     parser.add_argument("--corpus", default=make_condition_corpus.DEFAULT_OUT)
     parser.add_argument("--bench-out", default=os.path.join(HERE, "out", "conditions"),
                         help="a condition-bench output directory (its text/helper/ is scored)")
-    parser.add_argument("--conditions", default="rot90,crooked")
+    parser.add_argument("--conditions", default="rot90,cw,ccw,half,crooked")
     parser.add_argument("--langs", default="en,zh-Hans,zh-Hant,mix")
     parser.add_argument("--plain", default=",".join(PLAIN))
     parser.add_argument("--held-out", choices=["include", "exclude", "only"], default="include")

@@ -111,6 +111,19 @@ class TesseractEngine : public ::testing::Test {
     return Bitmap::adopt(image.width(), image.height(), stride, image.format(), bytes, &std::free);
   }
 
+  // The same picture turned half a turn (upside down).
+  static Bitmap upsideDown(const Bitmap& image) {
+    Bitmap turned = Bitmap::allocate(image.width(), image.height(), image.format());
+    const auto pixel = static_cast<size_t>(bytesPerPixel(image.format()));
+    for (int64_t y = 0; y < image.height(); ++y)
+      for (int64_t x = 0; x < image.width(); ++x)
+        std::memcpy(turned.data() + static_cast<size_t>(image.height() - 1 - y) * turned.stride() +
+                        static_cast<size_t>(image.width() - 1 - x) * pixel,
+                    image.row(y) + static_cast<size_t>(x) * pixel, pixel);
+    turned.setPixelsPerInch(image.pixelsPerInch());
+    return turned;
+  }
+
   static Bitmap filled(int64_t width, int64_t height, PixelFormat format, uint8_t value) {
     Bitmap image = Bitmap::allocate(width, height, format);
     std::memset(image.data(), value, image.stride() * static_cast<size_t>(height));
@@ -349,6 +362,29 @@ TEST_F(TesseractEngine, ReadsHanOnAPageItsSampleFoundNoneOn) {
   EXPECT_NE(all.find("王小明"), std::string::npos) << all;
   EXPECT_NE(all.find("北京"), std::string::npos) << all;
   EXPECT_NE(find(observations, "quarterly report"), nullptr) << all;
+}
+
+TEST_F(TesseractEngine, ReadsAPageUpsideDownTurnedBack) {
+  // Ten English lines upside down: read as they stand they are garbage the
+  // engine is unsure of; read turned half they are the page.
+  const auto observations = recognize(upsideDown(fixture("ocr_english_with_names.ppm", 200)));
+  const std::string all = allText(observations);
+  const TextObservation* first = find(observations, "quarterly report");
+  ASSERT_NE(first, nullptr) << all;
+  EXPECT_NE(find(observations, "Minutes of the meeting"), nullptr) << all;
+  // The first line of the page lies at the bottom of the picture as given
+  // (corners normalised with the origin at the bottom left), and reads
+  // from right to left there: its top-left corner is to the right.
+  EXPECT_LT(first->topLeft.y, 0.3);
+  EXPECT_GT(first->topLeft.x, first->topRight.x);
+}
+
+TEST_F(TesseractEngine, LeavesAPageTheRightWayUpAsItStands) {
+  const auto observations = recognize(fixture("ocr_english_with_names.ppm", 200));
+  const TextObservation* first = find(observations, "quarterly report");
+  ASSERT_NE(first, nullptr) << allText(observations);
+  EXPECT_GT(first->topLeft.y, 0.7);
+  EXPECT_LT(first->topLeft.x, first->topRight.x);
 }
 
 TEST_F(TesseractEngine, ChoosesTheScriptWhicheverChineseIsRequestedFirst) {
