@@ -103,6 +103,11 @@ enum class ReaderKind { page, line, sparse };
 // is read with first, and Sauvola's local threshold.
 constexpr const char* kGlobalThresholding = "0";
 constexpr const char* kSauvolaThresholding = "2";
+// The smallest side a page read with Sauvola's threshold may have:
+// Tesseract's window is at least 7 pixels, and Leptonica's tiles must hold
+// a window and 3 pixels more. On a smaller page the thresholding fails, and
+// Tesseract 5.3 then loses its copy of the page.
+constexpr int kLeastSauvolaSide = 7 + 3;
 
 }  // namespace
 
@@ -348,6 +353,7 @@ bool TesseractEngine::State::rereadLatinRuns(ReadLine& line, const std::string& 
 void TesseractEngine::State::readLocally(tesseract::TessBaseAPI& api, const GreyImage& page, int width, int height,
                                          int ppi, const std::string& latinLanguages, const std::vector<Box>& lines,
                                          std::vector<TextObservation>& observations) {
+  if (std::min(width, height) < kLeastSauvolaSide) return;
   // The page read with Sauvola's threshold, and the boxes of its lines with text.
   std::vector<Box> withText;
   auto readAgain = [&] {
