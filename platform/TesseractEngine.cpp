@@ -189,7 +189,7 @@ struct TesseractEngine::State {
   // when it leaves clearly less unread. A reading with no text at all (faint
   // thin print where the light falls off) is read so too, and replaced by
   // any reading with text. Reading every page that way is no
-  // answer: it loses faint, low-contrast print (docs/binarisation.md).
+  // answer: it loses faint, low-contrast print (docs/page-preparation.md).
   void readLocally(tesseract::TessBaseAPI& api, const GreyImage& page, int width, int height, int ppi,
                    const std::string& latinLanguages, const std::vector<Box>& lines,
                    std::vector<TextObservation>& observations);
@@ -367,6 +367,8 @@ void TesseractEngine::State::readLocally(tesseract::TessBaseAPI& api, const Grey
       const InkMap ink(api.GetThresholdedImage(), width, height);
       again = collect(api, width, height, page, ink, latinLanguages, &boxes);
     }
+    // A Latin model that failed to load took the readers, `api` with them.
+    if (failed) return again;
     api.SetVariable("thresholding_method", kGlobalThresholding);
     api.Clear();
     for (size_t i = 0; i < again.size(); ++i)
