@@ -332,6 +332,15 @@ def _perspective_coeffs(src, dst):
     return numpy.linalg.solve(numpy.array(rows, float), numpy.array(rhs, float)).tolist()
 
 
+def sensor_noise(a, rng):
+    """An RGB float array with a camera's sensor noise (Gaussian, sigma 4-8)
+    added, as an image; returns (image, sigma)."""
+    sigma = rng.uniform(4, 8)
+    nrng = numpy.random.default_rng(rng.randint(0, 2 ** 31))
+    a = a + nrng.normal(0, sigma, a.shape).astype(numpy.float32)
+    return Image.fromarray(numpy.clip(a, 0, 255).astype(numpy.uint8), "RGB"), sigma
+
+
 def photograph(img, rng):
     """A page as a phone photographs it; returns (RGB image, description)."""
     w, h = img.size
@@ -359,10 +368,7 @@ def photograph(img, rng):
     light = 1.0 - (1.0 - low) * numpy.clip(d / 0.8, 0, 1)
     tint = numpy.array([1.0, rng.uniform(0.95, 0.99), rng.uniform(0.86, 0.95)], numpy.float32)
     a = a * light[..., None] * tint
-    sigma = rng.uniform(4, 8)
-    nrng = numpy.random.default_rng(rng.randint(0, 2 ** 31))
-    a = a + nrng.normal(0, sigma, a.shape).astype(numpy.float32)
-    out = Image.fromarray(numpy.clip(a, 0, 255).astype(numpy.uint8), "RGB")
+    out, sigma = sensor_noise(a, rng)
     quality = rng.randint(60, 80)
     desc = (f"turned {angle:+.1f} deg, perspective {k:.3f}, blur {blur:.2f}, light down to {low:.2f}, "
             f"noise sigma {sigma:.1f}, JPEG q{quality}")
@@ -407,11 +413,7 @@ def photograph_sheet(img, rng, margin_px):
     out = Image.fromarray(numpy.clip(arr, 0, 255).astype(numpy.uint8), "RGB")
     blur = rng.uniform(0.8, 1.2)
     out = out.filter(ImageFilter.GaussianBlur(blur))
-    arr = numpy.asarray(out).astype(numpy.float32)
-    sigma = rng.uniform(4, 8)
-    nrng = numpy.random.default_rng(rng.randint(0, 2 ** 31))
-    arr = arr + nrng.normal(0, sigma, arr.shape).astype(numpy.float32)
-    out = Image.fromarray(numpy.clip(arr, 0, 255).astype(numpy.uint8), "RGB")
+    out, sigma = sensor_noise(numpy.asarray(out).astype(numpy.float32), rng)
     quality = rng.randint(60, 80)
     desc = (f"margins {margin_px} px, turned {angle:+.1f} deg, keystone {k:.3f} on side {side}, "
             f"light from corner {corner} down to {dim_level:.2f}, blur {blur:.2f}, noise sigma {sigma:.1f}, "
