@@ -24,6 +24,19 @@ void shift(Box& b, int dx, int dy) {
 
 }  // namespace
 
+InkPage takeInk(Pix* binary, int width, int height) {
+  InkPage page;
+  if (binary != nullptr && pixGetDepth(binary) == 1 && static_cast<int>(pixGetWidth(binary)) == width &&
+      static_cast<int>(pixGetHeight(binary)) == height) {
+    const int wpl = pixGetWpl(binary);
+    const l_uint32* data = pixGetData(binary);
+    page = InkPage(std::vector<uint32_t>(data, data + static_cast<size_t>(wpl) * static_cast<size_t>(height)), wpl,
+                   width, height);
+  }
+  pixDestroy(&binary);
+  return page;
+}
+
 // Recognises the part of the page inside `region`, clipped to the page, on
 // its own with `api`. Returns false when none of it is on the page or
 // recognition fails; the caller reads the result and then clears `api`.
@@ -37,19 +50,21 @@ bool recognizeRegion(tesseract::TessBaseAPI& api, const GreyImage& grey, int wid
   return api.Recognize(nullptr) == 0;
 }
 
-// The Han characters of what `api` recognised last, boxes moved by (dx, dy).
-HanReading hanReading(tesseract::TessBaseAPI& api, const ScriptForms& forms, int dx, int dy) {
-  HanReading reading;
+std::vector<TextReader::Symbol> symbols(tesseract::TessBaseAPI& api, int dx, int dy) {
+  std::vector<TextReader::Symbol> found;
   std::unique_ptr<tesseract::ResultIterator> it(api.GetIterator());
-  if (!it || it->Empty(tesseract::RIL_SYMBOL)) return reading;
+  if (!it || it->Empty(tesseract::RIL_SYMBOL)) return found;
   do {
     std::unique_ptr<char[]> text(it->GetUTF8Text(tesseract::RIL_SYMBOL));
-    Box box;
     if (text == nullptr) continue;
+    TextReader::Symbol symbol;
+    Box& box = symbol.box;
     if (it->BoundingBox(tesseract::RIL_SYMBOL, &box.left, &box.top, &box.right, &box.bottom)) shift(box, dx, dy);
-    reading.addSymbol(text.get(), it->Confidence(tesseract::RIL_SYMBOL), forms, box);
+    symbol.text = text.get();
+    symbol.confidence = it->Confidence(tesseract::RIL_SYMBOL);
+    found.push_back(std::move(symbol));
   } while (it->Next(tesseract::RIL_SYMBOL));
-  return reading;
+  return found;
 }
 
 // The lines of a recognition, boxes moved by (dx, dy) into page
@@ -91,9 +106,8 @@ std::vector<ReadLine> readLines(tesseract::TessBaseAPI& api, const InkBits* ink,
   return lines;
 }
 
-// The layout analysis of `api`'s page.
-Layout analyseLayout(tesseract::TessBaseAPI& api) {
-  Layout layout;
+TextReader::Layout analyseLayout(tesseract::TessBaseAPI& api) {
+  TextReader::Layout layout;
   std::unique_ptr<tesseract::PageIterator> it(api.AnalyseLayout());
   if (!it || it->Empty(tesseract::RIL_TEXTLINE)) return layout;
   do {
@@ -111,11 +125,9 @@ Layout analyseLayout(tesseract::TessBaseAPI& api) {
   return layout;
 }
 
-// How sure `api` is of its reading of `region` of the page, turned as
-// `turn` says, as its mean word confidence (0..100); -1 when it cannot be
-// read.
 int readingConfidence(tesseract::TessBaseAPI& api, const GreyImage& grey, int width, int height,
-                      const Box& wanted, RegionTurn turn) {
+                      const Box& wanted, TextReader::RegionTurn turn) {
+  using RegionTurn = TextReader::RegionTurn;
   const std::optional<Box> region = recognition::clipToPage(wanted, width, height);
   if (!region) return -1;
   GreyImage crop, turned;
@@ -141,31 +153,23 @@ int readingConfidence(tesseract::TessBaseAPI& api, const GreyImage& grey, int wi
   return confidence;
 }
 
-// How thick each line is: its height, or its width when it stands upright.
-std::vector<int> lineThicknesses(const std::vector<Box>& lines) {
-  std::vector<int> thicknesses;
-  thicknesses.reserve(lines.size());
-  for (const Box& b : lines) thicknesses.push_back(b.thickness());
-  return thicknesses;
-}
-
 // Crooked pages. Leptonica's skew finder measures the angle of the text
 // lines on the binarised page with the steps and on the page reduced as
 // recognition/PagePreparation says (the search at half the reduction);
 // whether the page is turned by it is straighteningAngle's to say.
 
-// The skew of the binarised page `binary`, or of its rows [top, bottom).
-recognition::SkewMeasure measureSkew(Pix* binary, int reduction, int top, int bottom) {
-  recognition::SkewMeasure measure;
-  Pix* part = binary;
-  if (top > 0 || bottom < static_cast<int>(pixGetHeight(binary))) {
-    BOX* rows = boxCreate(0, top, pixGetWidth(binary), bottom - top);
-    part = rows == nullptr ? nullptr : pixClipRectangle(binary, rows, nullptr);
-    boxDestroy(&rows);
-  }
+SkewMeasure measureSkew(const GreyImage& grey, int width, int top, int bottom, int inkLevel,
+                                     int reduction) {
+  SkewMeasure measure;
+  if (bottom <= top) return measure;
+  GreyImage rows;
+  rows.data = grey.data + static_cast<size_t>(top) * static_cast<size_t>(width);
+  Pix* pix = greyPix(rows, width, bottom - top);
+  rows.data = nullptr;  // borrowed
+  Pix* binary = pix == nullptr ? nullptr : pixThresholdToBinary(pix, inkLevel + 1);
   l_float32 degrees = 0, confidence = 0;
-  if (part != nullptr &&
-      pixFindSkewSweepAndSearch(part, &degrees, &confidence, reduction, std::max(1, reduction / 2),
+  if (binary != nullptr &&
+      pixFindSkewSweepAndSearch(binary, &degrees, &confidence, reduction, std::max(1, reduction / 2),
                                 static_cast<l_float32>(recognition::kSkewSweepDegrees),
                                 static_cast<l_float32>(recognition::kSkewSweepStep),
                                 static_cast<l_float32>(recognition::kSkewLeastSearchStep)) == 0) {
@@ -173,7 +177,8 @@ recognition::SkewMeasure measureSkew(Pix* binary, int reduction, int top, int bo
     measure.degrees = degrees;
     measure.confidence = confidence;
   }
-  if (part != binary) pixDestroy(&part);
+  pixDestroy(&binary);
+  pixDestroy(&pix);
   return measure;
 }
 
@@ -191,16 +196,16 @@ Pix* greyPix(const GreyImage& grey, int width, int height) {
   return pix;
 }
 
-Pix* localInkAtHalf(const GreyImage& grey, int width, int height, int halfWindow) {
+InkPage localInkAtHalf(const GreyImage& grey, int width, int height, int halfWindow) {
   // Leptonica's factor for Sauvola's threshold, as in its own examples.
   constexpr l_float32 kSauvolaFactor = 0.35f;
   // Tiles of about a million pixels keep the window sums a few megabytes.
   constexpr int kTileSide = 1024;
   Pix* pix = greyPix(grey, width, height);
-  if (pix == nullptr) return nullptr;
+  if (pix == nullptr) return {};
   Pix* half = pixScaleAreaMap2(pix);
   pixDestroy(&pix);
-  if (half == nullptr) return nullptr;
+  if (half == nullptr) return {};
   const int w = pixGetWidth(half), h = pixGetHeight(half);
   halfWindow = std::min(halfWindow / 2, (std::min(w, h) - 3) / 2);
   Pix* ink = nullptr;
@@ -211,59 +216,39 @@ Pix* localInkAtHalf(const GreyImage& grey, int width, int height, int halfWindow
     if (pixSauvolaBinarizeTiled(half, halfWindow, kSauvolaFactor, nx, ny, nullptr, &ink) != 0) pixDestroy(&ink);
   }
   pixDestroy(&half);
-  return ink;
+  return takeInk(ink, width / 2, height / 2);
 }
 
-// The page straightened when its text lines slope: `turned` holds the
-// straight page and the result says how it maps back. nullopt when the page
-// is straight, no slope is found with confidence, or memory runs out.
-std::optional<recognition::PageTurn> straighten(const GreyImage& grey, int width, int height, int inkLevel,
-                                                GreyImage& turned) {
+bool rotate(const GreyImage& grey, int width, int height, double radians, GreyImage& turned, int& turnedWidth,
+            int& turnedHeight) {
   Pix* pix = greyPix(grey, width, height);
-  if (pix == nullptr) return std::nullopt;
-  std::optional<recognition::PageTurn> turn;
-  Pix* binary = pixThresholdToBinary(pix, inkLevel + 1);
-  const int reduction = recognition::skewReduction(width);
-  std::optional<double> degrees;
-  if (binary != nullptr) {
-    const recognition::SkewMeasure whole = measureSkew(binary, reduction, 0, height);
-    std::optional<recognition::SkewMeasure> top, bottom;
-    if (recognition::asksForHalves(whole)) {
-      top = measureSkew(binary, reduction, 0, height / 2);
-      bottom = measureSkew(binary, reduction, height / 2, height);
-    }
-    degrees = recognition::straighteningAngle(whole, top, bottom);
-  }
-  if (degrees) {
-    // Clockwise is positive for both calls; given the page's own size,
-    // pixRotate enlarges the canvas (centred) so that no pixel is lost. The
-    // corners it brings in white take the page's own edge instead
-    // (recognition/PagePreparation: fillTurnedCorners).
-    const double radians = *degrees * M_PI / 180.0;
-    Pix* rotated = pixRotate(pix, static_cast<l_float32>(radians), L_ROTATE_AREA_MAP, L_BRING_IN_WHITE, width, height);
-    if (rotated != nullptr && pixGetDepth(rotated) == 8 && pixGetWidth(rotated) <= kMaxSide &&
-        pixGetHeight(rotated) <= kMaxSide) {
-      const int tw = pixGetWidth(rotated), th = pixGetHeight(rotated);
-      auto* data = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(tw) * static_cast<size_t>(th)));
-      if (data != nullptr) {
-        const l_uint32* rows = pixGetData(rotated);
-        const int wpl = pixGetWpl(rotated);
-        for (int y = 0; y < th; ++y) {
-          const l_uint32* line = rows + static_cast<size_t>(y) * wpl;
-          uint8_t* dst = data + static_cast<size_t>(y) * tw;
-          for (int x = 0; x < tw; ++x) dst[x] = static_cast<uint8_t>(GET_DATA_BYTE(line, x));
-        }
-        std::free(turned.data);
-        turned.data = data;
-        turn = recognition::PageTurn{radians, width, height, tw, th};
-        recognition::fillTurnedCorners(*turn, recognition::groundLevel(grey, width, height, inkLevel), turned);
-      }
-    }
-    pixDestroy(&rotated);
-  }
-  pixDestroy(&binary);
+  if (pix == nullptr) return false;
+  // Clockwise is positive; given the page's own size, pixRotate enlarges the
+  // canvas (centred) so that no pixel is lost.
+  Pix* rotated = pixRotate(pix, static_cast<l_float32>(radians), L_ROTATE_AREA_MAP, L_BRING_IN_WHITE, width, height);
   pixDestroy(&pix);
-  return turn;
+  bool done = false;
+  if (rotated != nullptr && pixGetDepth(rotated) == 8 && pixGetWidth(rotated) <= kMaxSide &&
+      pixGetHeight(rotated) <= kMaxSide) {
+    const int tw = pixGetWidth(rotated), th = pixGetHeight(rotated);
+    auto* data = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(tw) * static_cast<size_t>(th)));
+    if (data != nullptr) {
+      const l_uint32* rows = pixGetData(rotated);
+      const int wpl = pixGetWpl(rotated);
+      for (int y = 0; y < th; ++y) {
+        const l_uint32* line = rows + static_cast<size_t>(y) * wpl;
+        uint8_t* dst = data + static_cast<size_t>(y) * tw;
+        for (int x = 0; x < tw; ++x) dst[x] = static_cast<uint8_t>(GET_DATA_BYTE(line, x));
+      }
+      std::free(turned.data);
+      turned.data = data;
+      turnedWidth = tw;
+      turnedHeight = th;
+      done = true;
+    }
+  }
+  pixDestroy(&rotated);
+  return done;
 }
 
 }  // namespace kvo::tesseract_reading

@@ -7,6 +7,8 @@
 
 #include "recognition/PageRaster.h"
 
+#include "interfaces/PageImage.h"
+
 namespace kvo::recognition {
 
 // Which of a character's two forms the ink on the page shows (README,
@@ -19,12 +21,7 @@ namespace kvo::recognition {
 // makes a glyph hard to see (size, blur, a typeface unlike the references)
 // blurs the difference for both.
 
-// Grey levels 0..1 (1 = ink), row by row.
-struct Plane {
-  int width = 0, height = 0;
-  std::vector<float> values;
-  float at(int x, int y) const { return values[static_cast<size_t>(y) * width + x]; }
-};
+using kvo::Plane;
 
 // `plane` blurred with a Gaussian of standard deviation `sigma` pixels
 // (separable, edges clamped); the plane itself when sigma is not positive.

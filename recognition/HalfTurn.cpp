@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "recognition/ScriptDecision.h"
+#include "recognition/ScriptSample.h"
 
 namespace kvo::recognition {
 

@@ -3,15 +3,11 @@
 #include <string>
 #include <vector>
 
+#include "interfaces/ReadText.h"
+
 namespace kvo::recognition {
 
-// One recognised word of a line.
-struct Word {
-  std::string text;  // UTF-8, no white space
-  // Blank pixels between the ink of the previous word and this one along the
-  // line (0 for the first word).
-  int gapBefore = 0;
-};
+using kvo::Word;
 
 // Joins the words of one line into the line's text (README, "Recognition
 // languages": spacing and full-width punctuation). A space stands between

@@ -275,4 +275,11 @@ bool clearSurround(const GreyImage& grey, int width, int height, int level, Grey
   return true;
 }
 
+std::vector<int> lineThicknesses(const std::vector<Box>& lines) {
+  std::vector<int> thicknesses;
+  thicknesses.reserve(lines.size());
+  for (const Box& b : lines) thicknesses.push_back(b.thickness());
+  return thicknesses;
+}
+
 }  // namespace kvo::recognition

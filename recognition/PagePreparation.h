@@ -10,6 +10,8 @@
 
 namespace kvo::recognition {
 
+using kvo::SkewMeasure;
+
 // How a grey page is prepared before it is read. Both steps leave the
 // geometry of the result alone: inverting moves no pixel, and enlarging by a
 // whole factor keeps the page's proportions, so corners normalised to the
@@ -50,6 +52,9 @@ void invertGrey(uint8_t* grey, size_t count);
 // `largestSide` pixels a side or kMaxEnlargedPixels in all.
 int enlargement(std::vector<int> lineHeights, int width, int height, int largestSide);
 
+// How thick each line is: its height, or its width when it stands upright.
+std::vector<int> lineThicknesses(const std::vector<Box>& lines);
+
 // Line height, in pixels, below which a page is enlarged.
 constexpr int kReadableLineHeight = 28;
 constexpr int kMaxEnlargement = 4;
@@ -64,16 +69,6 @@ constexpr int64_t kMaxEnlargedPixels = 40'000'000;
 int skewReduction(int width);
 constexpr int kLeastSkewSweepWidth = 600;
 
-// One measure of the slope of a page's text lines (Leptonica's skew
-// finder): the angle in degrees, clockwise positive, and the finder's
-// confidence, the ratio of the best angle's score to the worst one's over
-// the sweep. `found` is false when the finder failed or had too little ink
-// to score (it then reports a confidence of 0).
-struct SkewMeasure {
-  bool found = false;
-  double degrees = 0;
-  double confidence = 0;
-};
 
 // How the skew is measured: a sweep over ±kSkewSweepDegrees in steps of
 // kSkewSweepStep, then a search around the best step down to

@@ -19,8 +19,6 @@ constexpr int kPaddingPerHeight = 4;
 
 }  // namespace
 
-GreyImage::~GreyImage() { std::free(data); }
-
 uint32_t luminance(uint32_t r, uint32_t g, uint32_t b) { return (77 * r + 128 * g + 51 * b + 128) >> 8; }
 
 bool toGrey(const Bitmap& image, GreyImage& grey) {

@@ -4,27 +4,14 @@
 #include <optional>
 
 #include "interfaces/Bitmap.h"
+#include "interfaces/PageImage.h"
 #include "interfaces/TextRecognitionEngine.h"
 
 namespace kvo::recognition {
 
-// A box in page pixels, top-left origin, right and bottom exclusive.
-struct Box {
-  int left = 0, top = 0, right = 0, bottom = 0;
-  int width() const { return right - left; }
-  int height() const { return bottom - top; }
-  // A text line's size across itself, whichever way the line runs.
-  int thickness() const { return width() < height() ? width() : height(); }
-};
-
-// One byte per pixel, the page as recognition reads it. Owns its pixels.
-struct GreyImage {
-  uint8_t* data = nullptr;
-  GreyImage() = default;
-  ~GreyImage();
-  GreyImage(const GreyImage&) = delete;
-  GreyImage& operator=(const GreyImage&) = delete;
-};
+using kvo::Box;
+using kvo::GreyImage;
+using kvo::InkBits;
 
 // Luminance with Leptonica's weights (0.3 R + 0.5 G + 0.2 B in 8.8 fixed
 // point, the ones Tesseract would use to convert colour); white stays 255.
@@ -36,17 +23,6 @@ bool toGrey(const Bitmap& image, GreyImage& grey);
 
 // The resolution handed to recognition: the bitmap's, rounded; 0 when unknown.
 int roundedResolution(double pixelsPerInch);
-
-// A binarised page (1 = ink) as Leptonica lays one out: rows of 32-bit
-// words, the leftmost pixel in the most significant bit.
-struct InkBits {
-  const uint32_t* words = nullptr;
-  int wordsPerRow = 0;
-  int width = 0, height = 0;
-  bool ink(int x, int y) const {
-    return ((words[static_cast<size_t>(y) * wordsPerRow + (x >> 5)] >> (31 - (x & 31))) & 1) != 0;
-  }
-};
 
 // The blank between words `a` and `b` of `line`: the longest run of ink-free
 // columns (rows for a vertical line) across the line between the middles of

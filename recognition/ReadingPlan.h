@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "recognition/ScriptDecision.h"
+
 namespace kvo::recognition {
 
 // Which models read what (README, "Recognition languages").
@@ -16,10 +18,6 @@ std::string modelCodes(const std::vector<std::string>& tags);
 // "chi_sim+eng" ↔ {"chi_sim", "eng"}.
 std::string joinCodes(const std::vector<std::string>& codes);
 std::vector<std::string> splitCodes(const std::string& joined);
-
-// What the sample lines of a page showed (recognition/ScriptDecision):
-// no Han, or Han best read by the first or the second Chinese model.
-enum class Script { noHan, first, second };
 
 // How a page is read with a set of models. `first` and `second` are the two
 // Chinese models in request order when both are requested, and empty

@@ -19,6 +19,8 @@ Box withPadding(const Box& line, int width, int height) {
              std::min(height, line.bottom + pad)};
 }
 
+}  // namespace
+
 int medianThickness(const std::vector<Box>& lines) {
   std::vector<int> thickness;
   thickness.reserve(lines.size());
@@ -27,8 +29,6 @@ int medianThickness(const std::vector<Box>& lines) {
   std::nth_element(thickness.begin(), middle, thickness.end());
   return *middle;
 }
-
-}  // namespace
 
 std::vector<Box> unreadGlyphs(const InkBits& page, const std::vector<Box>& lines) {
   std::vector<Box> glyphs;

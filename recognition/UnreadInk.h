@@ -27,6 +27,10 @@ namespace kvo::recognition {
 // and at most kMostGlyphsInAStretch times as wide. Empty without lines, since
 // then there is no glyph size to go by.
 std::vector<Box> unreadGlyphs(const InkBits& page, const std::vector<Box>& lines);
+
+// The typical thickness of `lines` (not empty): the median of their
+// thicknesses, the upper one of an even count.
+int medianThickness(const std::vector<Box>& lines);
 constexpr int kMostGlyphsInAStretch = 8;
 
 // A copy of `grey` (width × height, dark ink on a light ground) with each

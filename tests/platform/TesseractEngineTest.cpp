@@ -58,35 +58,7 @@ class TesseractEngine : public ::testing::Test {
     return result.value_or(Observations{});
   }
 
-  // Reads a fixture written by make_ocr_fixtures.py: binary PPM (rgb8) or
-  // PAM with RGB_ALPHA (rgba8).
-  static Bitmap fixture(const std::string& name, double ppi = 0) {
-    const std::string bytes = kvo::test::readFile(kvo::test::fixturePath(name));
-    std::istringstream in(bytes);
-    std::string magic, token;
-    int64_t width = 0, height = 0, depth = 3;
-    in >> magic;
-    if (magic == "P6") {
-      int maxval = 0;
-      in >> width >> height >> maxval;
-      in.get();
-    } else {
-      while (in >> token && token != "ENDHDR") {
-        if (token == "WIDTH") in >> width;
-        if (token == "HEIGHT") in >> height;
-        if (token == "DEPTH") in >> depth;
-      }
-      in.get();
-    }
-    const auto format = depth == 4 ? PixelFormat::rgba8 : PixelFormat::rgb8;
-    Bitmap image = Bitmap::allocate(width, height, format);
-    const size_t size = image.stride() * static_cast<size_t>(height);
-    const auto offset = static_cast<size_t>(in.tellg());
-    if (!image.valid() || bytes.size() != offset + size) ADD_FAILURE() << "malformed fixture " << name;
-    else std::memcpy(image.data(), bytes.data() + offset, size);
-    image.setPixelsPerInch(ppi);
-    return image;
-  }
+  static Bitmap fixture(const std::string& name, double ppi = 0) { return kvo::test::fixtureBitmap(name, ppi); }
 
   // Where run `run` was drawn on fixture image `image` (ocr_runs.txt).
   static Drawn drawn(const std::string& image, const std::string& run) {

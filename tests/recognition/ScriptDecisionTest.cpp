@@ -291,7 +291,7 @@ TEST_F(ScriptDecision, AVoteWeighsByTheRankOfItsMargin) {
 
 TEST_F(ScriptDecision, ApproximatesTheTestBeyondTheVotesItCountsExactly) {
   using kvo::recognition::settled;
-  static_assert(kvo::recognition::kExactVotes < 150);
+  static_assert(kvo::recognition::kExactSignedRankCount < 150);
   EXPECT_TRUE(settled(votes(90, 60)));   // exact 0.018
   EXPECT_FALSE(settled(votes(80, 70)));  // exact 0.46
   std::vector<double> lopsided;
@@ -447,25 +447,25 @@ TEST_F(ScriptDecision, SettledVotesDecideWhateverTheGlyphsLookLike) {
 }
 
 TEST_F(ScriptDecision, EvidenceIsNoneWithoutDifferencesOrWhenTheyLeanNeitherWay) {
-  EXPECT_EQ(kvo::recognition::evidence({}), 0);
-  EXPECT_EQ(kvo::recognition::evidence({0, 0}), 0);
-  EXPECT_EQ(kvo::recognition::evidence({1, -1}), 0);
-  EXPECT_EQ(kvo::recognition::evidence({3, -1, -2}), 0);  // ranks 3 against 1 + 2
+  EXPECT_EQ(kvo::recognition::signedRankDeviate({}), 0);
+  EXPECT_EQ(kvo::recognition::signedRankDeviate({0, 0}), 0);
+  EXPECT_EQ(kvo::recognition::signedRankDeviate({1, -1}), 0);
+  EXPECT_EQ(kvo::recognition::signedRankDeviate({3, -1, -2}), 0);  // ranks 3 against 1 + 2
 }
 
 TEST_F(ScriptDecision, EvidenceIsTheNormalDeviateOfTheMidP) {
   // One difference: the sum observed (its rank) has chance 1/2, none above: 1/4.
-  EXPECT_NEAR(kvo::recognition::evidence({0.4}), 0.6745, 1e-4);
+  EXPECT_NEAR(kvo::recognition::signedRankDeviate({0.4}), 0.6745, 1e-4);
   // Three of one side: only that sum, chance 1/8, half of it counted: 1/16.
-  EXPECT_NEAR(kvo::recognition::evidence({1, 2, 3}), 1.5341, 1e-4);
-  EXPECT_NEAR(kvo::recognition::evidence({-1, -2, -3}), -1.5341, 1e-4);
-  EXPECT_NEAR(kvo::recognition::evidence({1, 2, 0, 3}), 1.5341, 1e-4);  // a 0 leans nowhere
+  EXPECT_NEAR(kvo::recognition::signedRankDeviate({1, 2, 3}), 1.5341, 1e-4);
+  EXPECT_NEAR(kvo::recognition::signedRankDeviate({-1, -2, -3}), -1.5341, 1e-4);
+  EXPECT_NEAR(kvo::recognition::signedRankDeviate({1, 2, 0, 3}), 1.5341, 1e-4);  // a 0 leans nowhere
 }
 
 TEST_F(ScriptDecision, EvidenceWeighsDifferencesByTheRankOfTheirSizes) {
   // One large one way, one small the other: rank 2 against 1 (chance above 1/4, at it 1/4).
-  EXPECT_NEAR(kvo::recognition::evidence({5, -1}), 0.3186, 1e-4);
-  EXPECT_NEAR(kvo::recognition::evidence({-5, 1}), -0.3186, 1e-4);
+  EXPECT_NEAR(kvo::recognition::signedRankDeviate({5, -1}), 0.3186, 1e-4);
+  EXPECT_NEAR(kvo::recognition::signedRankDeviate({-5, 1}), -0.3186, 1e-4);
 }
 
 TEST_F(ScriptDecision, ApproximatesTheEvidenceBeyondTheDifferencesItCountsExactly) {
@@ -473,7 +473,7 @@ TEST_F(ScriptDecision, ApproximatesTheEvidenceBeyondTheDifferencesItCountsExactl
   // standard deviation of the sum, 100.5 × sqrt(200) / 2.
   std::vector<double> differences(110, 1.0);
   differences.insert(differences.end(), 90, -1.0);
-  EXPECT_NEAR(kvo::recognition::evidence(differences), 10 / (std::sqrt(200.0) / 2), 1e-9);
+  EXPECT_NEAR(kvo::recognition::signedRankDeviate(differences), 10 / (std::sqrt(200.0) / 2), 1e-9);
 }
 
 TEST_F(ScriptDecision, SampledGlyphsKeepTheLineTheyWereReadOn) {

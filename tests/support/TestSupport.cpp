@@ -1,5 +1,7 @@
 #include "support/TestSupport.h"
 
+#include <gtest/gtest.h>
+
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -97,6 +99,37 @@ std::string fixturePath(const std::string& name) { return std::string(KVO_FIXTUR
 std::string corpusPath(const std::string& name) { return std::string(KVO_CORPUS_DIR) + "/" + name; }
 
 bool corpusAvailable() { return fs::exists(std::string(KVO_CORPUS_DIR) + "/MANIFEST.tsv"); }
+
+Bitmap fixtureBitmap(const std::string& name, double ppi) {
+  const std::string bytes = readFile(fixturePath(name));
+  std::istringstream in(bytes);
+  std::string magic, token;
+  int64_t width = 0, height = 0, depth = 3;
+  in >> magic;
+  if (magic == "P6") {
+    int maxval = 0;
+    in >> width >> height >> maxval;
+    in.get();
+  } else {
+    while (in >> token && token != "ENDHDR") {
+      if (token == "WIDTH") in >> width;
+      if (token == "HEIGHT") in >> height;
+      if (token == "DEPTH") in >> depth;
+    }
+    in.get();
+  }
+  const auto format = depth == 4 ? PixelFormat::rgba8 : PixelFormat::rgb8;
+  Bitmap image = Bitmap::allocate(width, height, format);
+  const size_t size = image.stride() * static_cast<size_t>(height);
+  const auto offset = static_cast<size_t>(in.tellg());
+  if (!image.valid() || bytes.size() != offset + size) {
+    ADD_FAILURE() << "malformed fixture " << name;
+    return Bitmap();
+  }
+  std::memcpy(image.data(), bytes.data() + offset, size);
+  image.setPixelsPerInch(ppi);
+  return image;
+}
 
 std::string readFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);

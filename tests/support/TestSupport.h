@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "interfaces/Bitmap.h"
+
 namespace kvo::test {
 
 // What reached the process's file descriptors 1 and 2 while a function ran.
@@ -34,6 +36,10 @@ class TempDir {
 
 // Full path of a generated fixture (below build/fixtures).
 std::string fixturePath(const std::string& name);
+// A fixture image written by make_ocr_fixtures.py: binary PPM (rgb8) or PAM
+// with RGB_ALPHA (rgba8), at `ppi` (0: unknown). An invalid bitmap, and a
+// test failure, when the file is malformed.
+Bitmap fixtureBitmap(const std::string& name, double ppi = 0);
 // Full path below the shared conformance corpus; corpusAvailable() tells
 // whether it is present at all.
 std::string corpusPath(const std::string& name);

@@ -1,0 +1,125 @@
+#pragma once
+
+// The reader port (interfaces/TextReader.h) over Tesseract 5 (LSTM models
+// only) and Leptonica: model loading and caching, and the calls into the
+// libraries. What is read, when and with which models is
+// recognition/PageReading's to decide.
+
+#include <tesseract/baseapi.h>
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "interfaces/TextReader.h"
+#include "platform/ReferenceGlyphs.h"
+#include "platform/TesseractReading.h"
+
+namespace kvo {
+
+// The reader port over Tesseract: each call takes the instance loaded for its
+// models (loading it on first use), sets the page segmentation, hands it the
+// page and reads off what it found. Loading a model costs about as much as
+// reading a page with it, so one instance serves pages and lines alike.
+class TesseractReader final : public TextReader {
+ public:
+  explicit TesseractReader(std::string tessdataDir) : tessdataDir_(std::move(tessdataDir)) {}
+
+  // Every model of `models` ("chi_sim+eng") has its file; a missing one
+  // fails the reader for good. Drops the loaded instances when the models
+  // or the dictionary setting change.
+  bool configure(const std::string& models, bool correction);
+
+  bool failed() const override { return failed_; }
+  int largestSide() const override { return static_cast<int>(tesseract_reading::kMaxSide); }
+
+  std::optional<Layout> findLayout(const std::string& models, const recognition::GreyImage& page, int width, int height,
+                                   int ppi) override {
+    tesseract::TessBaseAPI* api = reader(models, Segmentation::page);
+    if (api == nullptr) return std::nullopt;
+    load(*api, page, width, height, ppi);
+    Layout layout = tesseract_reading::analyseLayout(*api);
+    layout.resolution = api->GetSourceYResolution();
+    return layout;
+  }
+
+  std::optional<PageText> readPage(const std::string& models, Segmentation segmentation, Thresholding thresholding,
+                                   const recognition::GreyImage& page, int width, int height, int ppi) override;
+
+  std::optional<std::vector<recognition::ReadLine>> readRegion(const std::string& models, const recognition::GreyImage& page, int width,
+                                                  int height, const recognition::Box& region, int resolution,
+                                                  const recognition::InkBits* ink) override {
+    tesseract::TessBaseAPI* api = reader(models, Segmentation::line);
+    if (api == nullptr) return std::nullopt;
+    std::optional<std::vector<recognition::ReadLine>> lines;
+    if (tesseract_reading::recognizeRegion(*api, page, width, height, region, resolution)) {
+      const recognition::Box clipped = *recognition::clipToPage(region, width, height);
+      lines = tesseract_reading::readLines(*api, ink, clipped.left, clipped.top);
+    }
+    api->Clear();
+    return lines;
+  }
+
+  std::vector<Symbol> readSymbols(const std::string& models, const recognition::GreyImage& page, int width, int height,
+                                  const recognition::Box& region, int resolution) override {
+    tesseract::TessBaseAPI* api = reader(models, Segmentation::line);
+    if (api == nullptr) return {};
+    std::vector<Symbol> found;
+    if (tesseract_reading::recognizeRegion(*api, page, width, height, region, resolution)) {
+      const recognition::Box clipped = *recognition::clipToPage(region, width, height);
+      found = tesseract_reading::symbols(*api, clipped.left, clipped.top);
+    }
+    api->Clear();
+    return found;
+  }
+
+  int readingConfidence(const std::string& models, const recognition::GreyImage& page, int width, int height, const recognition::Box& region,
+                        RegionTurn turn) override {
+    tesseract::TessBaseAPI* api = reader(models, Segmentation::line);
+    if (api == nullptr) return -1;
+    return tesseract_reading::readingConfidence(*api, page, width, height, region, turn);
+  }
+
+  SkewMeasure measureSkew(const recognition::GreyImage& page, int width, int /*height*/, int inkLevel,
+                                       int reduction, int top, int bottom) override {
+    return tesseract_reading::measureSkew(page, width, top, bottom, inkLevel, reduction);
+  }
+
+  bool rotate(const recognition::GreyImage& page, int width, int height, double radians, recognition::GreyImage& turned, int& turnedWidth,
+              int& turnedHeight) override {
+    return tesseract_reading::rotate(page, width, height, radians, turned, turnedWidth, turnedHeight);
+  }
+
+  InkPage localInkAtHalf(const recognition::GreyImage& page, int width, int height, int halfWindow) override {
+    return tesseract_reading::localInkAtHalf(page, width, height, halfWindow);
+  }
+
+  // The reference typefaces are opened when a page's votes first fail to settle.
+  std::vector<recognition::Plane> drawReferenceGlyph(UChar32 c, bool traditional, int em) override {
+    if (!referenceGlyphs_) referenceGlyphs_ = std::make_unique<ReferenceGlyphs>();
+    return referenceGlyphs_->draw(c, traditional, em);
+  }
+
+ private:
+  tesseract::TessBaseAPI* reader(const std::string& models, Segmentation segmentation);
+  // Tesseract copies the pixels into its own image.
+  static void load(tesseract::TessBaseAPI& api, const recognition::GreyImage& page, int width, int height, int ppi) {
+    api.Clear();
+    api.SetImage(page.data, width, height, 1, width);
+    if (ppi > 0) api.SetSourceResolution(ppi);
+  }
+
+  std::string tessdataDir_;
+  bool failed_ = false;
+  bool correction_ = false;
+  // Loaded on first use, each at most once, keyed by models: those reading
+  // pages ("chi_sim+eng", "chi_sim", ...), sample lines ("chi_sim",
+  // "chi_tra") and Latin runs ("eng"); a Chinese page loads the two Chinese
+  // models and the Latin ones once each.
+  std::map<std::string, std::unique_ptr<tesseract::TessBaseAPI>> readers_;
+  std::unique_ptr<ReferenceGlyphs> referenceGlyphs_;
+};
+
+}  // namespace kvo
