@@ -18,13 +18,28 @@ struct Box {
   int thickness() const { return width() < height() ? width() : height(); }
 };
 
-// One byte per pixel, a page as it is read. Owns its pixels.
+// One byte per pixel, rows `width` bytes apart: a page as it is read.
+// Owns its pixels.
 struct GreyImage {
   uint8_t* data = nullptr;
+  int width = 0, height = 0;
   GreyImage() = default;
   ~GreyImage() { std::free(data); }
   GreyImage(const GreyImage&) = delete;
   GreyImage& operator=(const GreyImage&) = delete;
+  // Pixels for a width × height page, their levels undefined, replacing
+  // any held. False (and the image empty) when the memory cannot be had.
+  bool allocate(int w, int h) {
+    std::free(data);
+    data = w > 0 && h > 0 ? static_cast<uint8_t*>(std::malloc(static_cast<size_t>(w) * static_cast<size_t>(h)))
+                          : nullptr;
+    width = data != nullptr ? w : 0;
+    height = data != nullptr ? h : 0;
+    return data != nullptr;
+  }
+  size_t pixels() const { return static_cast<size_t>(width) * static_cast<size_t>(height); }
+  const uint8_t* row(int y) const { return data + static_cast<size_t>(y) * static_cast<size_t>(width); }
+  uint8_t* row(int y) { return data + static_cast<size_t>(y) * static_cast<size_t>(width); }
 };
 
 // A binarised page (1 = ink) as Leptonica lays one out, and engines hand

@@ -96,57 +96,49 @@ class TextReader {
   // The largest side of a page the engine reads.
   virtual int largestSide() const = 0;
 
-  // The layout of the width × height `page` at `ppi` (0: unknown), found
-  // with `models`. nullopt when they fail to load.
-  virtual std::optional<Layout> findLayout(const std::string& models, const GreyImage& page, int width,
-                                           int height, int ppi) = 0;
+  // The layout of `page` at `ppi` (0: unknown), found with `models`. nullopt when they fail to load.
+  virtual std::optional<Layout> findLayout(const std::string& models, const GreyImage& page, int ppi) = 0;
 
   // `page` read with `models` (segmentation page or sparse), words joined
   // into lines with the blanks between them measured on the engine's own
   // binarisation. nullopt when the models fail to load or recognition fails.
   virtual std::optional<PageText> readPage(const std::string& models, Segmentation segmentation,
-                                           Thresholding thresholding, const GreyImage& page, int width,
-                                           int height, int ppi) = 0;
+                                           Thresholding thresholding, const GreyImage& page, int ppi) = 0;
 
   // `region` of `page` (clipped to it) read as one line at `resolution`,
   // boxes in page pixels, blanks measured on `ink` (the page's). nullopt
   // when none of the region is on the page, the models fail to load or
   // recognition fails.
-  virtual std::optional<std::vector<ReadLine>> readRegion(const std::string& models,
-                                                                       const GreyImage& page, int width,
-                                                                       int height, const Box& region,
-                                                                       int resolution,
-                                                                       const InkBits* ink) = 0;
+  virtual std::optional<std::vector<ReadLine>> readRegion(const std::string& models, const GreyImage& page,
+                                                          const Box& region, int resolution, const InkBits* ink) = 0;
 
   // The symbols of `region` of `page` read as one line at `resolution`, in
   // reading order; none when it cannot be read.
-  virtual std::vector<Symbol> readSymbols(const std::string& models, const GreyImage& page, int width,
-                                          int height, const Box& region, int resolution) = 0;
+  virtual std::vector<Symbol> readSymbols(const std::string& models, const GreyImage& page, const Box& region,
+                                          int resolution) = 0;
 
   // How sure `models` are of their reading of `region` of `page` as one
   // line, turned as `turn` says: the mean word confidence, 0..100; -1 when
   // it cannot be read.
-  virtual int readingConfidence(const std::string& models, const GreyImage& page, int width,
-                                int height, const Box& region, RegionTurn turn) = 0;
+  virtual int readingConfidence(const std::string& models, const GreyImage& page, const Box& region,
+                                RegionTurn turn) = 0;
 
   // The skew of the text lines in rows [top, bottom) of `page` binarised
   // with ink at levels up to `inkLevel`, measured on the binarisation
   // reduced `reduction` times (recognition/PagePreparation).
-  virtual SkewMeasure measureSkew(const GreyImage& page, int width, int height,
-                                               int inkLevel, int reduction, int top, int bottom) = 0;
+  virtual SkewMeasure measureSkew(const GreyImage& page, int inkLevel, int reduction, int top, int bottom) = 0;
 
   // `page` turned clockwise by `radians` about its centre onto the smallest
-  // canvas that holds all of it, the corners brought in white; its size in
-  // `turnedWidth` × `turnedHeight`. False when memory runs out or the canvas
-  // outgrows largestSide().
-  virtual bool rotate(const GreyImage& page, int width, int height, double radians,
-                      GreyImage& turned, int& turnedWidth, int& turnedHeight) = 0;
+  // canvas that holds all of it, the corners brought in white, into
+  // `turned`. False when memory runs out or the canvas outgrows
+  // largestSide().
+  virtual bool rotate(const GreyImage& page, double radians, GreyImage& turned) = 0;
 
   // The ink of `page` as a local threshold with a window of `halfWindow`
   // pixels on each side finds it, found on the page reduced to half its size
   // (recognition/UnreadInk); (width / 2) × (height / 2). No page when memory
   // runs out or the page is too small.
-  virtual InkPage localInkAtHalf(const GreyImage& page, int width, int height, int halfWindow) = 0;
+  virtual InkPage localInkAtHalf(const GreyImage& page, int halfWindow) = 0;
 
   // `c` drawn in reference typefaces of its script (recognition/GlyphForms:
   // FormDrawer).

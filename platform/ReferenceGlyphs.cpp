@@ -27,8 +27,8 @@ constexpr Typeface kTypefaces[] = {
     {"truetype/arphic-gkai00mp/gkai00mp.ttf", "AR PL KaitiM GB", "truetype/arphic-bkai00mp/bkai00mp.ttf",
      "AR PL KaitiM Big5"},
 };
-constexpr int kLeastEm = 4;
-constexpr int kMostEm = 512;
+using recognition::kLeastEm;
+using recognition::kMostEm;
 
 }  // namespace
 

@@ -19,15 +19,12 @@ namespace kvo {
 // `usesLanguageCorrection` switches the models' dictionaries on or off;
 // `level` makes no difference (there is one set of models).
 //
-// Simplified and Traditional, and English on Chinese pages: the models are
-// used as the README ("Recognition languages") tells; the rules live in
-// recognition/ (ReadingPlan, ScriptDecision, LatinRuns, LineText), this
-// adapter only drives Tesseract and Leptonica with them.
-//
-// The page is prepared before it is read (README, "Page preparation"):
-// light text on a dark ground is inverted, a crooked page turned straight,
-// a page whose lines run down it turned a quarter, small text enlarged.
-// Observations are always in the geometry of the bitmap given: lines read
+// Pages are read as recognition/PageReading decides (which models read what, the
+// script, Latin runs, how the page is prepared: light text on a dark ground
+// inverted, a crooked page turned straight, a page whose lines run down it
+// turned a quarter, small text enlarged, an upside-down page turned back);
+// this engine only configures the reader port over Tesseract and Leptonica
+// (platform/TesseractReader) it drives. Observations are always in the geometry of the bitmap given: lines read
 // on a turned page come back as turned quadrilaterals.
 //
 // Every requested model file must be present, or the engine fails at once.

@@ -45,15 +45,60 @@ bool TesseractReader::configure(const std::string& models, bool correction) {
   return true;
 }
 
+std::optional<TextReader::Layout> TesseractReader::findLayout(const std::string& models, const GreyImage& page,
+                                                              int ppi) {
+  tesseract::TessBaseAPI* api = reader(models, Segmentation::page);
+  if (api == nullptr) return std::nullopt;
+  load(*api, page, ppi);
+  Layout layout = tesseract_reading::analyseLayout(*api);
+  layout.resolution = api->GetSourceYResolution();
+  return layout;
+}
+
+std::optional<std::vector<ReadLine>> TesseractReader::readRegion(const std::string& models, const GreyImage& page,
+                                                                 const Box& region, int resolution,
+                                                                 const InkBits* ink) {
+  tesseract::TessBaseAPI* api = reader(models, Segmentation::line);
+  if (api == nullptr) return std::nullopt;
+  std::optional<std::vector<ReadLine>> lines;
+  if (tesseract_reading::recognizeRegion(*api, page, region, resolution)) {
+    const Box clipped = *recognition::clipToPage(region, page.width, page.height);
+    lines = tesseract_reading::readLines(*api, ink, clipped.left, clipped.top);
+  }
+  api->Clear();
+  return lines;
+}
+
+std::vector<TextReader::Symbol> TesseractReader::readSymbols(const std::string& models, const GreyImage& page,
+                                                             const Box& region, int resolution) {
+  tesseract::TessBaseAPI* api = reader(models, Segmentation::line);
+  if (api == nullptr) return {};
+  std::vector<Symbol> found;
+  if (tesseract_reading::recognizeRegion(*api, page, region, resolution)) {
+    const Box clipped = *recognition::clipToPage(region, page.width, page.height);
+    found = tesseract_reading::symbols(*api, clipped.left, clipped.top);
+  }
+  api->Clear();
+  return found;
+}
+
+int TesseractReader::readingConfidence(const std::string& models, const GreyImage& page, const Box& region,
+                                       RegionTurn turn) {
+  tesseract::TessBaseAPI* api = reader(models, Segmentation::line);
+  if (api == nullptr) return -1;
+  return tesseract_reading::readingConfidence(*api, page, region, turn);
+}
+
 std::optional<TextReader::PageText> TesseractReader::readPage(const std::string& models, Segmentation segmentation,
                                                               Thresholding thresholding, const GreyImage& page,
-                                                              int width, int height, int ppi) {
+                                                              int ppi) {
+  const int width = page.width, height = page.height;
   const bool local = thresholding == Thresholding::local;
   if (local && std::min(width, height) < kLeastSauvolaSide) return std::nullopt;
   tesseract::TessBaseAPI* api = reader(models, segmentation);
   if (api == nullptr) return std::nullopt;
   if (local) api->SetVariable("thresholding_method", kSauvolaThresholding);
-  load(*api, page, width, height, ppi);
+  load(*api, page, ppi);
   std::optional<PageText> text;
   if (api->Recognize(nullptr) == 0) {
     text.emplace();

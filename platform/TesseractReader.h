@@ -35,69 +35,28 @@ class TesseractReader final : public TextReader {
   bool failed() const override { return failed_; }
   int largestSide() const override { return static_cast<int>(tesseract_reading::kMaxSide); }
 
-  std::optional<Layout> findLayout(const std::string& models, const recognition::GreyImage& page, int width, int height,
-                                   int ppi) override {
-    tesseract::TessBaseAPI* api = reader(models, Segmentation::page);
-    if (api == nullptr) return std::nullopt;
-    load(*api, page, width, height, ppi);
-    Layout layout = tesseract_reading::analyseLayout(*api);
-    layout.resolution = api->GetSourceYResolution();
-    return layout;
-  }
-
+  std::optional<Layout> findLayout(const std::string& models, const GreyImage& page, int ppi) override;
   std::optional<PageText> readPage(const std::string& models, Segmentation segmentation, Thresholding thresholding,
-                                   const recognition::GreyImage& page, int width, int height, int ppi) override;
+                                   const GreyImage& page, int ppi) override;
+  std::optional<std::vector<ReadLine>> readRegion(const std::string& models, const GreyImage& page, const Box& region,
+                                                  int resolution, const InkBits* ink) override;
+  std::vector<Symbol> readSymbols(const std::string& models, const GreyImage& page, const Box& region,
+                                  int resolution) override;
+  int readingConfidence(const std::string& models, const GreyImage& page, const Box& region,
+                        RegionTurn turn) override;
 
-  std::optional<std::vector<recognition::ReadLine>> readRegion(const std::string& models, const recognition::GreyImage& page, int width,
-                                                  int height, const recognition::Box& region, int resolution,
-                                                  const recognition::InkBits* ink) override {
-    tesseract::TessBaseAPI* api = reader(models, Segmentation::line);
-    if (api == nullptr) return std::nullopt;
-    std::optional<std::vector<recognition::ReadLine>> lines;
-    if (tesseract_reading::recognizeRegion(*api, page, width, height, region, resolution)) {
-      const recognition::Box clipped = *recognition::clipToPage(region, width, height);
-      lines = tesseract_reading::readLines(*api, ink, clipped.left, clipped.top);
-    }
-    api->Clear();
-    return lines;
+  SkewMeasure measureSkew(const GreyImage& page, int inkLevel, int reduction, int top, int bottom) override {
+    return tesseract_reading::measureSkew(page, top, bottom, inkLevel, reduction);
   }
-
-  std::vector<Symbol> readSymbols(const std::string& models, const recognition::GreyImage& page, int width, int height,
-                                  const recognition::Box& region, int resolution) override {
-    tesseract::TessBaseAPI* api = reader(models, Segmentation::line);
-    if (api == nullptr) return {};
-    std::vector<Symbol> found;
-    if (tesseract_reading::recognizeRegion(*api, page, width, height, region, resolution)) {
-      const recognition::Box clipped = *recognition::clipToPage(region, width, height);
-      found = tesseract_reading::symbols(*api, clipped.left, clipped.top);
-    }
-    api->Clear();
-    return found;
+  bool rotate(const GreyImage& page, double radians, GreyImage& turned) override {
+    return tesseract_reading::rotate(page, radians, turned);
   }
-
-  int readingConfidence(const std::string& models, const recognition::GreyImage& page, int width, int height, const recognition::Box& region,
-                        RegionTurn turn) override {
-    tesseract::TessBaseAPI* api = reader(models, Segmentation::line);
-    if (api == nullptr) return -1;
-    return tesseract_reading::readingConfidence(*api, page, width, height, region, turn);
-  }
-
-  SkewMeasure measureSkew(const recognition::GreyImage& page, int width, int /*height*/, int inkLevel,
-                                       int reduction, int top, int bottom) override {
-    return tesseract_reading::measureSkew(page, width, top, bottom, inkLevel, reduction);
-  }
-
-  bool rotate(const recognition::GreyImage& page, int width, int height, double radians, recognition::GreyImage& turned, int& turnedWidth,
-              int& turnedHeight) override {
-    return tesseract_reading::rotate(page, width, height, radians, turned, turnedWidth, turnedHeight);
-  }
-
-  InkPage localInkAtHalf(const recognition::GreyImage& page, int width, int height, int halfWindow) override {
-    return tesseract_reading::localInkAtHalf(page, width, height, halfWindow);
+  InkPage localInkAtHalf(const GreyImage& page, int halfWindow) override {
+    return tesseract_reading::localInkAtHalf(page, halfWindow);
   }
 
   // The reference typefaces are opened when a page's votes first fail to settle.
-  std::vector<recognition::Plane> drawReferenceGlyph(UChar32 c, bool traditional, int em) override {
+  std::vector<Plane> drawReferenceGlyph(UChar32 c, bool traditional, int em) override {
     if (!referenceGlyphs_) referenceGlyphs_ = std::make_unique<ReferenceGlyphs>();
     return referenceGlyphs_->draw(c, traditional, em);
   }
@@ -105,9 +64,9 @@ class TesseractReader final : public TextReader {
  private:
   tesseract::TessBaseAPI* reader(const std::string& models, Segmentation segmentation);
   // Tesseract copies the pixels into its own image.
-  static void load(tesseract::TessBaseAPI& api, const recognition::GreyImage& page, int width, int height, int ppi) {
+  static void load(tesseract::TessBaseAPI& api, const GreyImage& page, int ppi) {
     api.Clear();
-    api.SetImage(page.data, width, height, 1, width);
+    api.SetImage(page.data, page.width, page.height, 1, page.width);
     if (ppi > 0) api.SetSourceResolution(ppi);
   }
 

@@ -40,8 +40,8 @@ InkPage takeInk(Pix* binary, int width, int height) {
 // Recognises the part of the page inside `region`, clipped to the page, on
 // its own with `api`. Returns false when none of it is on the page or
 // recognition fails; the caller reads the result and then clears `api`.
-bool recognizeRegion(tesseract::TessBaseAPI& api, const GreyImage& grey, int width, int height, const Box& wanted,
-                     int resolution) {
+bool recognizeRegion(tesseract::TessBaseAPI& api, const GreyImage& grey, const Box& wanted, int resolution) {
+  const int width = grey.width, height = grey.height;
   const std::optional<Box> region = recognition::clipToPage(wanted, width, height);
   if (!region) return false;
   api.SetImage(grey.data + static_cast<size_t>(region->top) * width + region->left, region->width(),
@@ -125,25 +125,25 @@ TextReader::Layout analyseLayout(tesseract::TessBaseAPI& api) {
   return layout;
 }
 
-int readingConfidence(tesseract::TessBaseAPI& api, const GreyImage& grey, int width, int height,
-                      const Box& wanted, TextReader::RegionTurn turn) {
+int readingConfidence(tesseract::TessBaseAPI& api, const GreyImage& grey, const Box& wanted,
+                      TextReader::RegionTurn turn) {
+  const int width = grey.width, height = grey.height;
   using RegionTurn = TextReader::RegionTurn;
   const std::optional<Box> region = recognition::clipToPage(wanted, width, height);
   if (!region) return -1;
   GreyImage crop, turned;
   const int w = region->width(), h = region->height();
-  crop.data = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(w) * static_cast<size_t>(h)));
-  if (crop.data == nullptr) return -1;
+  if (!crop.allocate(w, h)) return -1;
   for (int y = 0; y < h; ++y)
     std::copy_n(grey.data + static_cast<size_t>(region->top + y) * width + region->left, w,
                 crop.data + static_cast<size_t>(y) * w);
   const GreyImage* read = &crop;
   int readWidth = w, readHeight = h;
   if (turn == RegionTurn::half) {
-    if (!recognition::turnGreyHalf(crop, w, h, turned)) return -1;
+    if (!recognition::turnGreyHalf(crop, turned)) return -1;
     read = &turned;
   } else if (turn != RegionTurn::none) {
-    if (!recognition::turnGreyQuarter(crop, w, h, turn == RegionTurn::clockwise, turned)) return -1;
+    if (!recognition::turnGreyQuarter(crop, turn == RegionTurn::clockwise, turned)) return -1;
     read = &turned;
     std::swap(readWidth, readHeight);
   }
@@ -158,13 +158,15 @@ int readingConfidence(tesseract::TessBaseAPI& api, const GreyImage& grey, int wi
 // recognition/PagePreparation says (the search at half the reduction);
 // whether the page is turned by it is straighteningAngle's to say.
 
-SkewMeasure measureSkew(const GreyImage& grey, int width, int top, int bottom, int inkLevel,
-                                     int reduction) {
+SkewMeasure measureSkew(const GreyImage& grey, int top, int bottom, int inkLevel, int reduction) {
+  const int width = grey.width;
   SkewMeasure measure;
   if (bottom <= top) return measure;
   GreyImage rows;
   rows.data = grey.data + static_cast<size_t>(top) * static_cast<size_t>(width);
-  Pix* pix = greyPix(rows, width, bottom - top);
+  rows.width = width;
+  rows.height = bottom - top;
+  Pix* pix = greyPix(rows);
   rows.data = nullptr;  // borrowed
   Pix* binary = pix == nullptr ? nullptr : pixThresholdToBinary(pix, inkLevel + 1);
   l_float32 degrees = 0, confidence = 0;
@@ -183,7 +185,8 @@ SkewMeasure measureSkew(const GreyImage& grey, int width, int top, int bottom, i
 }
 
 // A Leptonica copy of a grey page; null when the memory cannot be had.
-Pix* greyPix(const GreyImage& grey, int width, int height) {
+Pix* greyPix(const GreyImage& grey) {
+  const int width = grey.width, height = grey.height;
   Pix* pix = pixCreate(width, height, 8);
   if (pix == nullptr) return nullptr;
   l_uint32* data = pixGetData(pix);
@@ -196,12 +199,13 @@ Pix* greyPix(const GreyImage& grey, int width, int height) {
   return pix;
 }
 
-InkPage localInkAtHalf(const GreyImage& grey, int width, int height, int halfWindow) {
+InkPage localInkAtHalf(const GreyImage& grey, int halfWindow) {
+  const int width = grey.width, height = grey.height;
   // Leptonica's factor for Sauvola's threshold, as in its own examples.
   constexpr l_float32 kSauvolaFactor = 0.35f;
   // Tiles of about a million pixels keep the window sums a few megabytes.
   constexpr int kTileSide = 1024;
-  Pix* pix = greyPix(grey, width, height);
+  Pix* pix = greyPix(grey);
   if (pix == nullptr) return {};
   Pix* half = pixScaleAreaMap2(pix);
   pixDestroy(&pix);
@@ -219,9 +223,9 @@ InkPage localInkAtHalf(const GreyImage& grey, int width, int height, int halfWin
   return takeInk(ink, width / 2, height / 2);
 }
 
-bool rotate(const GreyImage& grey, int width, int height, double radians, GreyImage& turned, int& turnedWidth,
-            int& turnedHeight) {
-  Pix* pix = greyPix(grey, width, height);
+bool rotate(const GreyImage& grey, double radians, GreyImage& turned) {
+  const int width = grey.width, height = grey.height;
+  Pix* pix = greyPix(grey);
   if (pix == nullptr) return false;
   // Clockwise is positive; given the page's own size, pixRotate enlarges the
   // canvas (centred) so that no pixel is lost.
@@ -242,8 +246,8 @@ bool rotate(const GreyImage& grey, int width, int height, double radians, GreyIm
       }
       std::free(turned.data);
       turned.data = data;
-      turnedWidth = tw;
-      turnedHeight = th;
+      turned.width = tw;
+      turned.height = th;
       done = true;
     }
   }

@@ -12,7 +12,7 @@
 #include <optional>
 #include <vector>
 
-#include "recognition/PageRaster.h"
+#include "recognition/LineGeometry.h"
 #include "recognition/PageTurn.h"
 #include "recognition/ReadLine.h"
 #include "interfaces/TextReader.h"
@@ -35,8 +35,7 @@ InkPage takeInk(Pix* binary, int width, int height);
 // Recognises the part of the page inside `region`, clipped to the page, on
 // its own with `api`. Returns false when none of it is on the page or
 // recognition fails; the caller reads the result and then clears `api`.
-bool recognizeRegion(tesseract::TessBaseAPI& api, const GreyImage& grey, int width, int height, const Box& wanted,
-                     int resolution);
+bool recognizeRegion(tesseract::TessBaseAPI& api, const GreyImage& grey, const Box& wanted, int resolution);
 
 // The symbols of what `api` recognised last, their boxes moved by (dx, dy)
 // into page coordinates.
@@ -52,11 +51,11 @@ TextReader::Layout analyseLayout(tesseract::TessBaseAPI& api);
 // How sure `api` is of its reading of `region` of the page, turned as
 // `turn` says, as its mean word confidence (0..100); -1 when it cannot be
 // read.
-int readingConfidence(tesseract::TessBaseAPI& api, const GreyImage& grey, int width, int height,
-                      const Box& wanted, TextReader::RegionTurn turn);
+int readingConfidence(tesseract::TessBaseAPI& api, const GreyImage& grey, const Box& wanted,
+                      TextReader::RegionTurn turn);
 
 // A Leptonica copy of a grey page; null when the memory cannot be had.
-Pix* greyPix(const GreyImage& grey, int width, int height);
+Pix* greyPix(const GreyImage& grey);
 
 // The page's ink as a local threshold finds it (Sauvola's, Leptonica's),
 // for measuring what a reading left unread (recognition/UnreadInk:
@@ -68,17 +67,15 @@ Pix* greyPix(const GreyImage& grey, int width, int height);
 // shows glyphs), `halfWindow` and all, which takes a quarter of the time;
 // the result is (width / 2) × (height / 2). No page when memory runs out
 // or the page is too small.
-InkPage localInkAtHalf(const GreyImage& grey, int width, int height, int halfWindow);
+InkPage localInkAtHalf(const GreyImage& grey, int halfWindow);
 
 // The skew of rows [top, bottom) of `grey` binarised with ink at levels up
 // to `inkLevel`, measured with Leptonica's sweep and search on the
 // binarisation reduced `reduction` times.
-SkewMeasure measureSkew(const GreyImage& grey, int width, int top, int bottom, int inkLevel,
-                                     int reduction);
+SkewMeasure measureSkew(const GreyImage& grey, int top, int bottom, int inkLevel, int reduction);
 
 // `grey` turned clockwise by `radians` onto the smallest canvas holding all
 // of it (Leptonica's area-mapped rotation, corners white) into `turned`.
-bool rotate(const GreyImage& grey, int width, int height, double radians, GreyImage& turned, int& turnedWidth,
-            int& turnedHeight);
+bool rotate(const GreyImage& grey, double radians, GreyImage& turned);
 
 }  // namespace kvo::tesseract_reading

@@ -153,7 +153,7 @@ std::vector<double> formLeans(const uint8_t* page, int width, int height, const 
   if (heights.empty()) return leans;
   std::nth_element(heights.begin(), heights.begin() + heights.size() / 2, heights.end());
   const int em = static_cast<int>(std::lround(heights[heights.size() / 2] / kInkPerEm));
-  if (em < 4) return leans;
+  if (em < kLeastEm) return leans;
   const double sigma = em / 16.0;
   const int step = std::max(1, em / 16);
   // The window: the em and half an em of search on every side.

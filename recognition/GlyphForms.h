@@ -5,14 +5,15 @@
 
 #include <unicode/umachine.h>
 
-#include "recognition/PageRaster.h"
+#include "recognition/LineGeometry.h"
 
 #include "interfaces/PageImage.h"
 
 namespace kvo::recognition {
 
-// Which of a character's two forms the ink on the page shows (README,
-// "Recognition languages", step 1). Where the two Chinese models read the
+// Which of a character's two forms the ink on the page shows, for the
+// script decision (recognition/ScriptDecision; measurements in
+// docs/recognition-languages.md). Where the two Chinese models read the
 // same glyph in their own scripts' forms (说 and 說), each is nearly sure of
 // its own, so their confidences say little; the glyph itself says which:
 // it is drawn once in each form, in reference typefaces, and the ink
@@ -47,8 +48,12 @@ struct FormPair {
 // The drawings of character `c` in each reference typeface, in the faces
 // for its script (`traditional`), em pixels square, baseline kEmBaseline of
 // the em down: one per typeface, in the same order whatever the character,
-// an empty plane where a typeface lacks `c`.
+// an empty plane where a typeface lacks `c`. Ems from kLeastEm to kMostEm
+// pixels are drawn; below, a glyph has too few pixels to tell its forms
+// apart, and no drawing is made.
 using FormDrawer = std::function<std::vector<Plane>(UChar32 c, bool traditional, int em)>;
+constexpr int kLeastEm = 4;
+constexpr int kMostEm = 512;
 constexpr double kEmBaseline = 0.88;
 
 // How much more each glyph of `pairs` looks like the form of the first

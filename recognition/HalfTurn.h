@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "interfaces/TextRecognitionEngine.h"
-#include "recognition/PageRaster.h"
+#include "recognition/LineGeometry.h"
 
 namespace kvo::recognition {
 

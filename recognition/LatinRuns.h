@@ -8,8 +8,8 @@
 
 namespace kvo::recognition {
 
-// The second reading of Latin text on a Chinese page (README, "Recognition
-// languages", step 2): a page read with a Chinese model alone has each run
+// The second reading of Latin text on a Chinese page
+// (docs/recognition-languages.md): a page read with a Chinese model alone has each run
 // of words with Latin letters and no Han read again with the Latin models,
 // and the new reading replaces the old where it is clearly more confident.
 

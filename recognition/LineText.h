@@ -9,8 +9,8 @@ namespace kvo::recognition {
 
 using kvo::Word;
 
-// Joins the words of one line into the line's text (README, "Recognition
-// languages": spacing and full-width punctuation). A space stands between
+// Joins the words of one line into the line's text (spacing and full-width
+// punctuation; docs/recognition-languages.md). A space stands between
 // two words unless the boundary is a CJK one and the blank there is narrow
 // for the line's thickness (`lineThickness`: the height of a horizontal
 // line); an ASCII , : ; ? ! ( ) read next to Han becomes its full-width form

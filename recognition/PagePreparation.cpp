@@ -92,7 +92,8 @@ int enlargement(std::vector<int> lineHeights, int width, int height, int largest
   return std::max(factor, 1);
 }
 
-bool turnGreyQuarter(const GreyImage& grey, int width, int height, bool clockwise, GreyImage& out) {
+bool turnGreyQuarter(const GreyImage& grey, bool clockwise, GreyImage& out) {
+  const int width = grey.width, height = grey.height;
   auto* data = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(width) * static_cast<size_t>(height)));
   if (data == nullptr) return false;
   // The turned page is `height` pixels wide. Clockwise, the source's last
@@ -109,10 +110,13 @@ bool turnGreyQuarter(const GreyImage& grey, int width, int height, bool clockwis
   }
   std::free(out.data);
   out.data = data;
+  out.width = height;
+  out.height = width;
   return true;
 }
 
-int groundLevel(const GreyImage& grey, int width, int height, int level) {
+int groundLevel(const GreyImage& grey, int level) {
+  const int width = grey.width, height = grey.height;
   if (grey.data == nullptr || width <= 0 || height <= 0) return 255;
   const Histogram h = histogram(grey.data, width, height);
   uint64_t light = 0;
@@ -125,7 +129,9 @@ int groundLevel(const GreyImage& grey, int width, int height, int level) {
 }
 
 void fillTurnedCorners(const PageTurn& turn, int ground, GreyImage& turned) {
-  if (turned.data == nullptr || turn.width <= 0 || turn.height <= 0) return;
+  if (turned.data == nullptr || turn.width <= 0 || turn.height <= 0 || turned.width != turn.turnedWidth ||
+      turned.height != turn.turnedHeight)
+    return;
   const double inside = kTurnedEdgeBand;
   const auto level = static_cast<uint8_t>(std::clamp(ground, 0, 255));
   for (int y = 0; y < turn.turnedHeight; ++y) {
@@ -138,23 +144,29 @@ void fillTurnedCorners(const PageTurn& turn, int ground, GreyImage& turned) {
   }
 }
 
-bool turnGreyHalf(const GreyImage& grey, int width, int height, GreyImage& out) {
+bool turnGreyHalf(const GreyImage& grey, GreyImage& out) {
+  const int width = grey.width, height = grey.height;
   const size_t count = static_cast<size_t>(width) * static_cast<size_t>(height);
   auto* data = static_cast<uint8_t*>(std::malloc(count));
   if (data == nullptr) return false;
   std::reverse_copy(grey.data, grey.data + count, data);
   std::free(out.data);
   out.data = data;
+  out.width = width;
+  out.height = height;
   return true;
 }
 
-bool enlargeGrey(const GreyImage& grey, int width, int height, int factor, GreyImage& out) {
+bool enlargeGrey(const GreyImage& grey, int factor, GreyImage& out) {
+  const int width = grey.width, height = grey.height;
   const size_t outWidth = static_cast<size_t>(width) * static_cast<size_t>(factor);
   const size_t outHeight = static_cast<size_t>(height) * static_cast<size_t>(factor);
   auto* data = static_cast<uint8_t*>(std::malloc(outWidth * outHeight));
   if (data == nullptr) return false;
   std::free(out.data);
   out.data = data;
+  out.width = static_cast<int>(outWidth);
+  out.height = static_cast<int>(outHeight);
   // Output pixel centre (x + 0.5) / factor - 0.5 in source pixels, in units
   // of 1 / (2 factor) so that the weights stay integers.
   const int den = 2 * factor;
@@ -252,7 +264,8 @@ bool clearSurroundOnce(uint8_t* page, int width, int height, const Histogram& h,
 
 }  // namespace
 
-bool clearSurround(const GreyImage& grey, int width, int height, int level, GreyImage& out) {
+bool clearSurround(const GreyImage& grey, int level, GreyImage& out) {
+  const int width = grey.width, height = grey.height;
   if (grey.data == nullptr || width <= 0 || height <= 0) return false;
   const size_t count = static_cast<size_t>(width) * static_cast<size_t>(height);
   if (count > kMaxEnlargedPixels) return false;
@@ -272,6 +285,8 @@ bool clearSurround(const GreyImage& grey, int width, int height, int level, Grey
   }
   std::free(out.data);
   out.data = page;
+  out.width = width;
+  out.height = height;
   return true;
 }
 

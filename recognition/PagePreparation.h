@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "recognition/PageRaster.h"
+#include "recognition/LineGeometry.h"
 #include "recognition/PageTurn.h"
 
 namespace kvo::recognition {
@@ -107,7 +107,7 @@ constexpr double kLeastSkewConfidence = 3.0;
 // The level of a page's ground: the median of its levels above `level`
 // (its separating level), the side that holds the ground. 255 when the page
 // holds nothing; `level` when nothing lies above it.
-int groundLevel(const GreyImage& grey, int width, int height, int level);
+int groundLevel(const GreyImage& grey, int level);
 
 // The corners of a page turned straight that the page as given does not
 // cover: in `turned` (a page turned by `turn`, on its canvas of
@@ -128,15 +128,15 @@ constexpr double kTurnedEdgeBand = 1.0;
 // `grey` (width × height) turned a quarter clockwise (on the screen) or
 // counter-clockwise into `out`, which is height × width. False when the
 // memory cannot be had.
-bool turnGreyQuarter(const GreyImage& grey, int width, int height, bool clockwise, GreyImage& out);
+bool turnGreyQuarter(const GreyImage& grey, bool clockwise, GreyImage& out);
 
 // `grey` (width × height) turned half a turn (upside down) into `out`, of
 // the same size. False when the memory cannot be had.
-bool turnGreyHalf(const GreyImage& grey, int width, int height, GreyImage& out);
+bool turnGreyHalf(const GreyImage& grey, GreyImage& out);
 
 // `grey` (width × height) enlarged `factor` times by bilinear interpolation
 // between pixel centres, into `out`. False when the memory cannot be had.
-bool enlargeGrey(const GreyImage& grey, int width, int height, int factor, GreyImage& out);
+bool enlargeGrey(const GreyImage& grey, int factor, GreyImage& out);
 
 // A sheet photographed on a darker surface, as the page's ground: `out` is
 // `grey` with every pixel at or below `level` (the page's separating level)
@@ -151,7 +151,7 @@ bool enlargeGrey(const GreyImage& grey, int width, int height, int factor, GreyI
 // no pixel on the darker side touches the edge, at most kMostSurroundRounds
 // times. False (and `out` untouched) when no such pixel touches the edge to
 // begin with, nothing lies above `level`, or the memory cannot be had.
-bool clearSurround(const GreyImage& grey, int width, int height, int level, GreyImage& out);
+bool clearSurround(const GreyImage& grey, int level, GreyImage& out);
 constexpr int kMostSurroundRounds = 4;
 
 }  // namespace kvo::recognition

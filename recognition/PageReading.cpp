@@ -46,7 +46,9 @@ std::vector<Box> halved(std::vector<Box> boxes) {
 // (observations are mapped back through them in reverse), and its layout.
 struct PageReading::Page {
   const GreyImage* grey = nullptr;
-  int width = 0, height = 0, ppi = 0;
+  int ppi = 0;
+  int width() const { return grey->width; }
+  int height() const { return grey->height; }
   GreyImage turned, upright, enlarged;
   std::vector<PageTurn> turns;
   TextReader::Layout layout;
@@ -87,7 +89,7 @@ std::optional<std::vector<TextObservation>> PageReading::read(const Bitmap& imag
   const GroundSplit split = splitGround(grey.data, width, height);
   if (split.darkGround) invertGrey(grey.data, pixels);
   const int ppi = roundedResolution(image.pixelsPerInch());
-  std::optional<Observations> result = readGrey(grey, width, height, ppi, split.level);
+  std::optional<Observations> result = readGrey(grey, ppi, split.level);
   // A sheet photographed on a darker surface can read as nothing at all: the
   // page's grey levels separate best between the surface and the sheet, and
   // grey print falls on the sheet's side. Only such a page is read once more,
@@ -96,39 +98,37 @@ std::optional<std::vector<TextObservation>> PageReading::read(const Bitmap& imag
   if (!result || reader_.failed() || holdsText(*result)) return result;
   if (split.darkGround) invertGrey(grey.data, pixels);
   GreyImage sheet;
-  if (!clearSurround(grey, width, height, split.givenLevel, sheet)) return result;
+  if (!clearSurround(grey, split.givenLevel, sheet)) return result;
   const GroundSplit sheetSplit = splitGround(sheet.data, width, height);
   if (sheetSplit.darkGround) invertGrey(sheet.data, pixels);
-  std::optional<Observations> again = readGrey(sheet, width, height, ppi, sheetSplit.level);
+  std::optional<Observations> again = readGrey(sheet, ppi, sheetSplit.level);
   if (reader_.failed()) return std::nullopt;
   if (again && holdsText(*again)) result = std::move(again);
   return result;
 }
 
-std::optional<PageTurn> PageReading::straighten(const GreyImage& grey, int width, int height, int level,
-                                                GreyImage& turned) {
-  const int reduction = skewReduction(width);
-  const SkewMeasure whole = reader_.measureSkew(grey, width, height, level, reduction, 0, height);
+std::optional<PageTurn> PageReading::straighten(const GreyImage& grey, int level, GreyImage& turned) {
+  const int reduction = skewReduction(grey.width);
+  const SkewMeasure whole = reader_.measureSkew(grey, level, reduction, 0, grey.height);
   std::optional<SkewMeasure> top, bottom;
   if (asksForHalves(whole)) {
-    top = reader_.measureSkew(grey, width, height, level, reduction, 0, height / 2);
-    bottom = reader_.measureSkew(grey, width, height, level, reduction, height / 2, height);
+    top = reader_.measureSkew(grey, level, reduction, 0, grey.height / 2);
+    bottom = reader_.measureSkew(grey, level, reduction, grey.height / 2, grey.height);
   }
   const std::optional<double> degrees = straighteningAngle(whole, top, bottom);
   if (!degrees) return std::nullopt;
   // Clockwise is positive for the skew and the turn alike. The corners the
   // turn brings in white take the page's ground instead (fillTurnedCorners).
   const double radians = *degrees * M_PI / 180.0;
-  int turnedWidth = 0, turnedHeight = 0;
-  if (!reader_.rotate(grey, width, height, radians, turned, turnedWidth, turnedHeight)) return std::nullopt;
-  const PageTurn turn{radians, width, height, turnedWidth, turnedHeight};
-  fillTurnedCorners(turn, groundLevel(grey, width, height, level), turned);
+  if (!reader_.rotate(grey, radians, turned)) return std::nullopt;
+  const PageTurn turn{radians, grey.width, grey.height, turned.width, turned.height};
+  fillTurnedCorners(turn, groundLevel(grey, level), turned);
   return turn;
 }
 
 bool PageReading::findLayout(Page& page) {
   std::optional<TextReader::Layout> layout =
-      reader_.findLayout(plan_.layout, *page.grey, page.width, page.height, page.ppi);
+      reader_.findLayout(plan_.layout, *page.grey, page.ppi);
   if (!layout) return false;
   page.layout = std::move(*layout);
   return true;
@@ -148,7 +148,7 @@ std::optional<bool> PageReading::uprightTurn(const Page& page) {
   const int pad = linePadding(Box{0, 0, longest->height(), longest->width()});
   const Box region{longest->left - pad, longest->top - pad, longest->right + pad, longest->bottom + pad};
   auto confidence = [&](RegionTurn turn) {
-    return reader_.readingConfidence(plan_.layout, *page.grey, page.width, page.height, region, turn);
+    return reader_.readingConfidence(plan_.layout, *page.grey, region, turn);
   };
   const int clockwise = confidence(RegionTurn::clockwise);
   const int counter = confidence(RegionTurn::counterClockwise);
@@ -159,31 +159,27 @@ std::optional<bool> PageReading::uprightTurn(const Page& page) {
 // Straight, upright, enlarged as the page needs, its layout found. False when
 // a model fails to load.
 bool PageReading::prepare(Page& page, int level) {
-  if (const auto turn = straighten(*page.grey, page.width, page.height, level, page.turned)) {
+  if (const auto turn = straighten(*page.grey, level, page.turned)) {
     page.turns.push_back(*turn);
     page.grey = &page.turned;
-    page.width = turn->turnedWidth;
-    page.height = turn->turnedHeight;
   }
   if (!findLayout(page)) return false;
   std::optional<bool> clockwise;
   if (page.layout.mostlyDown()) clockwise = uprightTurn(page);
   if (reader_.failed()) return false;
-  if (clockwise && turnGreyQuarter(*page.grey, page.width, page.height, *clockwise, page.upright)) {
-    page.turns.push_back(PageTurn{(*clockwise ? 1 : -1) * M_PI / 2, page.width, page.height, page.height,
-                                  page.width});
+  if (clockwise && turnGreyQuarter(*page.grey, *clockwise, page.upright)) {
+    page.turns.push_back(PageTurn{(*clockwise ? 1 : -1) * M_PI / 2, page.width(), page.height(), page.height(),
+                                  page.width()});
     page.grey = &page.upright;
-    std::swap(page.width, page.height);
     if (!findLayout(page)) return false;
   }
   // Small text is read from a page enlarged so that its lines reach a
   // readable height; observations are normalised to the page read, so they
   // stand for the same places on the page given.
-  const int factor = enlargement(lineThicknesses(page.layout.lines), page.width, page.height, reader_.largestSide());
-  if (factor > 1 && enlargeGrey(*page.grey, page.width, page.height, factor, page.enlarged)) {
+  const int factor =
+      enlargement(lineThicknesses(page.layout.lines), page.width(), page.height(), reader_.largestSide());
+  if (factor > 1 && enlargeGrey(*page.grey, factor, page.enlarged)) {
     page.grey = &page.enlarged;
-    page.width *= factor;
-    page.height *= factor;
     page.ppi *= factor;
     if (!findLayout(page)) return false;
   }
@@ -194,11 +190,11 @@ SampleReader PageReading::sampleReader(const Page& page, const std::string& mode
   return [this, &page, models](const Box& line, int widest) {
     HanReading reading;
     if (reader_.failed()) return reading;
-    const std::optional<Box> region = clipToPage(sampleRegion(line, page.width, widest), page.width, page.height);
+    const std::optional<Box> region = clipToPage(sampleRegion(line, page.width(), widest), page.width(), page.height());
     if (!region) return reading;
     const ScriptForms& modelForms = forms(models);
     for (const TextReader::Symbol& s :
-         reader_.readSymbols(models, *page.grey, page.width, page.height, *region, page.layout.resolution))
+         reader_.readSymbols(models, *page.grey, *region, page.layout.resolution))
       reading.addSymbol(s.text.c_str(), s.confidence, modelForms, s.box);
     return reading;
   };
@@ -209,7 +205,7 @@ SampleReader PageReading::sampleReader(const Page& page, const std::string& mode
 Script PageReading::decide(const SampleReading& sample, const Page& page) {
   std::vector<double> leans;
   if (!sample.votes.forms.empty() && !settled(sample.votes))
-    leans = formLeans(page.grey->data, page.width, page.height, sample.votes.forms, plan_.first == "chi_tra",
+    leans = formLeans(page.grey->data, page.width(), page.height(), sample.votes.forms, plan_.first == "chi_tra",
                       [this](UChar32 c, bool traditional, int em) {
                         return reader_.drawReferenceGlyph(c, traditional, em);
                       });
@@ -232,11 +228,11 @@ bool PageReading::rereadLatinRuns(ReadLine& line, const Page& page, const InkBit
   const std::vector<LatinRun> runs = latinRuns(line.words, line.box.thickness());
   bool changed = false;
   for (auto run = runs.rbegin(); run != runs.rend(); ++run) {
-    const std::optional<Box> region = runRegion(line, *run, page.width, page.height);
+    const std::optional<Box> region = runRegion(line, *run, page.width(), page.height());
     if (!region) continue;
     ReadLine again;
     if (auto parts =
-            reader_.readRegion(plan_.latin, *page.grey, page.width, page.height, *region, resolution, ink))
+            reader_.readRegion(plan_.latin, *page.grey, *region, resolution, ink))
       again = joinParts(std::move(*parts), line.box, ink);
     if (reader_.failed()) return false;
     if (replaceRun(line, *run, std::move(again), ink)) changed = true;
@@ -263,7 +259,7 @@ PageReading::Observations PageReading::collect(const TextReader::PageText& text,
     std::string joined = joinLineWords(line.words, line.box.thickness());
     if (!joined.empty())
       o.candidate = RecognizedCandidate{std::move(joined), std::clamp(line.confidence / 100.0f, 0.0f, 1.0f)};
-    const Corners corners = lineCorners(line.box, line.drop, page.width, page.height);
+    const Corners corners = lineCorners(line.box, line.drop, page.width(), page.height());
     o.topLeft = corners.topLeft;
     o.topRight = corners.topRight;
     o.bottomRight = corners.bottomRight;
@@ -282,9 +278,9 @@ bool PageReading::readDroppedLines(const Page& page, Script script, const InkBit
   const std::vector<Box> unread = reader_.failed() || ink == nullptr ? std::vector<Box>{}
                                                                      : unreadGlyphs(*ink, pass.readBoxes);
   GreyImage rest;
-  if (unread.empty() || !blankLines(*page.grey, page.width, page.height, pass.readBoxes, rest)) return true;
+  if (unread.empty() || !blankLines(*page.grey, pass.readBoxes, rest)) return true;
   std::optional<TextReader::PageText> text = reader_.readPage(plan_.pageModels(script), Segmentation::sparse,
-                                                              Thresholding::global, rest, page.width, page.height,
+                                                              Thresholding::global, rest,
                                                               page.ppi);
   if (!text) return !reader_.failed();
   std::vector<Box> more;
@@ -303,7 +299,7 @@ bool PageReading::readDroppedLines(const Page& page, Script script, const InkBit
 bool PageReading::readWithScript(const Page& page, Script script, Pass& pass) {
   pass = Pass{};
   std::optional<TextReader::PageText> text = reader_.readPage(
-      plan_.pageModels(script), Segmentation::page, Thresholding::global, *page.grey, page.width, page.height, page.ppi);
+      plan_.pageModels(script), Segmentation::page, Thresholding::global, *page.grey, page.ppi);
   if (!text) return !reader_.failed();
   std::vector<Box> read;
   pass.result = collect(*text, page, script, read);
@@ -316,7 +312,7 @@ bool PageReading::readWithScript(const Page& page, Script script, Pass& pass) {
 std::optional<PageReading::Observations> PageReading::localReading(const Page& page, Script script,
                                                                    std::vector<Box>& withTextBoxes) {
   std::optional<TextReader::PageText> text = reader_.readPage(
-      plan_.pageModels(script), Segmentation::page, Thresholding::local, *page.grey, page.width, page.height, page.ppi);
+      plan_.pageModels(script), Segmentation::page, Thresholding::local, *page.grey, page.ppi);
   if (!text) return std::nullopt;
   std::vector<Box> boxes;
   Observations again = collect(*text, page, script, boxes);
@@ -343,7 +339,7 @@ void PageReading::readLocally(const Page& page, Script script, Pass& pass) {
     return;
   }
   // A window two typical lines across on each side holds ground around any glyph.
-  const InkPage local = reader_.localInkAtHalf(*page.grey, page.width, page.height,
+  const InkPage local = reader_.localInkAtHalf(*page.grey,
                                                2 * medianThickness(pass.readBoxes));
   if (local.bits() == nullptr) return;
   const UnreadWidth first = unreadWidth(*local.bits(), halved(pass.readBoxes));
@@ -358,33 +354,30 @@ void PageReading::readLocally(const Page& page, Script script, Pass& pass) {
 bool PageReading::turnBackIfUpsideDown(const Page& page, int level, Pass& pass) {
   if (turningHalf_ || !doubtfulReading(*pass.result)) return true;
   const bool upsideDown =
-      readsUpsideDown(boxesWithText(*pass.result, page.width, page.height), [&](const Box& line, bool turned) {
+      readsUpsideDown(boxesWithText(*pass.result, page.width(), page.height()), [&](const Box& line, bool turned) {
         if (reader_.failed()) return -1;
-        return reader_.readingConfidence(plan_.withoutHan, *page.grey, page.width, page.height,
-                                         sampleRegion(line, page.width, kWholeLine),
+        return reader_.readingConfidence(plan_.withoutHan, *page.grey,
+                                         sampleRegion(line, page.width(), kWholeLine),
                                          turned ? RegionTurn::half : RegionTurn::none);
       });
   GreyImage half;
   if (reader_.failed()) return false;
-  if (!upsideDown || !turnGreyHalf(*page.grey, page.width, page.height, half)) return true;
+  if (!upsideDown || !turnGreyHalf(*page.grey, half)) return true;
   turningHalf_ = true;
-  std::optional<Observations> again = readGrey(half, page.width, page.height, page.ppi, level);
+  std::optional<Observations> again = readGrey(half, page.ppi, level);
   turningHalf_ = false;
   if (reader_.failed()) return false;
   if (again) {
-    const PageTurn back{M_PI, page.width, page.height, page.width, page.height};
+    const PageTurn back{M_PI, page.width(), page.height(), page.width(), page.height()};
     for (TextObservation& o : *again) back.mapBack(o);
     pass.result = std::move(again);
   }
   return true;
 }
 
-std::optional<PageReading::Observations> PageReading::readGrey(const GreyImage& grey, int width, int height, int ppi,
-                                                               int level) {
+std::optional<PageReading::Observations> PageReading::readGrey(const GreyImage& grey, int ppi, int level) {
   Page page;
   page.grey = &grey;
-  page.width = width;
-  page.height = height;
   page.ppi = ppi;
   Pass pass;
   try {

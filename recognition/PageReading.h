@@ -39,7 +39,8 @@
 #include "interfaces/Bitmap.h"
 #include "interfaces/TextReader.h"
 #include "interfaces/TextRecognitionEngine.h"
-#include "recognition/PageRaster.h"
+#include "recognition/GreyPage.h"
+#include "recognition/LineGeometry.h"
 #include "recognition/PageTurn.h"
 #include "recognition/ReadLine.h"
 #include "recognition/ReadingPlan.h"
@@ -66,9 +67,9 @@ class PageReading {
   struct Pass;
   using Observations = std::vector<TextObservation>;
 
-  std::optional<Observations> readGrey(const GreyImage& grey, int width, int height, int ppi, int level);
+  std::optional<Observations> readGrey(const GreyImage& grey, int ppi, int level);
   bool prepare(Page& page, int level);
-  std::optional<PageTurn> straighten(const GreyImage& grey, int width, int height, int level, GreyImage& turned);
+  std::optional<PageTurn> straighten(const GreyImage& grey, int level, GreyImage& turned);
   std::optional<bool> uprightTurn(const Page& page);
   bool findLayout(Page& page);
   std::optional<Script> chooseScript(const Page& page, SampleReading& sample);

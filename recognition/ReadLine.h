@@ -4,7 +4,7 @@
 
 #include "interfaces/ReadText.h"
 #include "recognition/LineText.h"
-#include "recognition/PageRaster.h"
+#include "recognition/LineGeometry.h"
 
 namespace kvo::recognition {
 

@@ -7,7 +7,8 @@
 
 namespace kvo::recognition {
 
-// Which models read what (README, "Recognition languages").
+// Which models read what; the measurements behind it are in
+// docs/recognition-languages.md.
 
 // The model codes for a request's BCP 47 tags, joined by '+'
 // ("chi_sim+chi_tra+eng"): "zh-Hans" → chi_sim, "zh-Hant" → chi_tra, "en" →

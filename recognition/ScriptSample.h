@@ -10,7 +10,7 @@
 #include <unicode/uversion.h>
 
 #include "recognition/GlyphForms.h"
-#include "recognition/PageRaster.h"
+#include "recognition/LineGeometry.h"
 #include "recognition/SignedRank.h"
 
 U_NAMESPACE_BEGIN

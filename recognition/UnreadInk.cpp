@@ -84,7 +84,8 @@ std::vector<Box> unreadGlyphs(const InkBits& page, const std::vector<Box>& lines
   return glyphs;
 }
 
-bool blankLines(const GreyImage& grey, int width, int height, const std::vector<Box>& lines, GreyImage& rest) {
+bool blankLines(const GreyImage& grey, const std::vector<Box>& lines, GreyImage& rest) {
+  const int width = grey.width, height = grey.height;
   const size_t count = static_cast<size_t>(width) * static_cast<size_t>(height);
   auto* data = static_cast<uint8_t*>(std::malloc(count));
   if (data == nullptr) return false;
@@ -96,6 +97,8 @@ bool blankLines(const GreyImage& grey, int width, int height, const std::vector<
   }
   std::free(rest.data);
   rest.data = data;
+  rest.width = width;
+  rest.height = height;
   return true;
 }
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "recognition/PageRaster.h"
+#include "recognition/LineGeometry.h"
 
 namespace kvo::recognition {
 
@@ -36,7 +36,7 @@ constexpr int kMostGlyphsInAStretch = 8;
 // A copy of `grey` (width × height, dark ink on a light ground) with each
 // of `lines`, its linePadding around it, painted white: the rest of the
 // page, to be read again. False when the memory cannot be had.
-bool blankLines(const GreyImage& grey, int width, int height, const std::vector<Box>& lines, GreyImage& rest);
+bool blankLines(const GreyImage& grey, const std::vector<Box>& lines, GreyImage& rest);
 
 // True when `line` (a line of the second reading) holds the middle of one of `glyphs`.
 bool holdsUnreadGlyph(const Box& line, const std::vector<Box>& glyphs);

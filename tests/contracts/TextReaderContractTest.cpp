@@ -14,7 +14,7 @@
 #include "fakes/FakeTextReader.h"
 #include "platform/TesseractEngine.h"
 #include "platform/TesseractReader.h"
-#include "recognition/PageRaster.h"
+#include "recognition/GreyPage.h"
 #include "support/TestSupport.h"
 
 namespace {
@@ -60,7 +60,7 @@ std::unique_ptr<TextReader> scriptedFake() {
     layout.across = kDrawn.width() * kDrawn.height();
     return layout;
   };
-  fake->page = [helloLine](const kvo::fakes::FakeTextReader::PageCall& call) {
+  fake->pageText = [helloLine](const kvo::fakes::FakeTextReader::PageCall& call) {
     TextReader::PageText text;
     text.lines = {helloLine()};
     text.ink = kvo::fakes::inkWith(call.width, call.height, {kDrawn});
@@ -110,7 +110,7 @@ class TextReaderContract : public ::testing::TestWithParam<Implementation> {
 };
 
 TEST_P(TextReaderContract, FindsTheLineWhereItWasDrawn) {
-  const auto layout = reader_->findLayout("eng", page_, kWidth, kHeight, 0);
+  const auto layout = reader_->findLayout("eng", page_, 0);
   ASSERT_TRUE(layout);
   ASSERT_EQ(layout->lines.size(), 1u);
   EXPECT_TRUE(within(kDrawn, layout->lines[0], 4)) << "the line's box holds its ink";
@@ -119,8 +119,7 @@ TEST_P(TextReaderContract, FindsTheLineWhereItWasDrawn) {
 }
 
 TEST_P(TextReaderContract, ReadsThePageIntoItsOwnPixels) {
-  const auto text = reader_->readPage("eng", TextReader::Segmentation::page, TextReader::Thresholding::global, page_,
-                                      kWidth, kHeight, 0);
+  const auto text = reader_->readPage("eng", TextReader::Segmentation::page, TextReader::Thresholding::global, page_, 0);
   ASSERT_TRUE(text);
   ASSERT_EQ(text->lines.size(), 1u);
   const ReadLine& line = text->lines[0];
@@ -138,7 +137,7 @@ TEST_P(TextReaderContract, ReadsThePageIntoItsOwnPixels) {
 
 TEST_P(TextReaderContract, ReadsARegionIntoThePagesPixels) {
   const Box region{kDrawn.left - 10, kDrawn.top - 10, kDrawn.right + 10, kDrawn.bottom + 10};
-  const auto lines = reader_->readRegion("eng", page_, kWidth, kHeight, region, 0, nullptr);
+  const auto lines = reader_->readRegion("eng", page_, region, 0, nullptr);
   ASSERT_TRUE(lines);
   ASSERT_EQ(lines->size(), 1u);
   EXPECT_EQ(words((*lines)[0]), "Hello World");
@@ -147,7 +146,7 @@ TEST_P(TextReaderContract, ReadsARegionIntoThePagesPixels) {
 
 TEST_P(TextReaderContract, ReadsTheSymbolsOfARegionIntoThePagesPixels) {
   const Box region{kDrawn.left - 10, kDrawn.top - 10, kDrawn.right + 10, kDrawn.bottom + 10};
-  const auto symbols = reader_->readSymbols("eng", page_, kWidth, kHeight, region, 0);
+  const auto symbols = reader_->readSymbols("eng", page_, region, 0);
   std::string text;
   for (const auto& s : symbols) {
     text += s.text;
@@ -160,19 +159,18 @@ TEST_P(TextReaderContract, ReadsTheSymbolsOfARegionIntoThePagesPixels) {
 
 TEST_P(TextReaderContract, ReadsALineStandingWithMoreConfidenceThanTurned) {
   const Box region{kDrawn.left - 10, kDrawn.top - 10, kDrawn.right + 10, kDrawn.bottom + 10};
-  const int standing = reader_->readingConfidence("eng", page_, kWidth, kHeight, region, TextReader::RegionTurn::none);
-  const int turned = reader_->readingConfidence("eng", page_, kWidth, kHeight, region, TextReader::RegionTurn::half);
+  const int standing = reader_->readingConfidence("eng", page_, region, TextReader::RegionTurn::none);
+  const int turned = reader_->readingConfidence("eng", page_, region, TextReader::RegionTurn::half);
   EXPECT_GT(standing, turned);
   EXPECT_LE(standing, 100);
 }
 
 TEST_P(TextReaderContract, AModelThatFailsToLoadFailsTheReaderForGood) {
   EXPECT_FALSE(reader_->failed());
-  EXPECT_FALSE(reader_->findLayout("xyz", page_, kWidth, kHeight, 0));
+  EXPECT_FALSE(reader_->findLayout("xyz", page_, 0));
   EXPECT_TRUE(reader_->failed());
-  EXPECT_FALSE(reader_->readPage("eng", TextReader::Segmentation::page, TextReader::Thresholding::global, page_,
-                                 kWidth, kHeight, 0));
-  EXPECT_TRUE(reader_->readSymbols("eng", page_, kWidth, kHeight, kDrawn, 0).empty());
+  EXPECT_FALSE(reader_->readPage("eng", TextReader::Segmentation::page, TextReader::Thresholding::global, page_, 0));
+  EXPECT_TRUE(reader_->readSymbols("eng", page_, kDrawn, 0).empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(Readers, TextReaderContract,

@@ -8,6 +8,7 @@
 // which page size. Models listed in `missing` fail to load: the call asking
 // for them fails the reader for good, as a real one does.
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <functional>
@@ -37,7 +38,7 @@ class FakeTextReader final : public TextReader {
   std::set<std::string> missing;
   int largest = 32767;
   std::function<Layout(int width, int height)> layout = [](int, int) { return Layout{}; };
-  std::function<std::optional<PageText>(const PageCall&)> page = [](const PageCall&) {
+  std::function<std::optional<PageText>(const PageCall&)> pageText = [](const PageCall&) {
     return std::optional<PageText>(PageText{});
   };
   std::function<std::vector<Symbol>(const std::string& models, const Box& region)> symbols =
@@ -64,65 +65,58 @@ class FakeTextReader final : public TextReader {
   bool failed() const override { return failed_; }
   int largestSide() const override { return largest; }
 
-  std::optional<Layout> findLayout(const std::string& models, const GreyImage&, int width, int height,
-                                   int ppi) override {
+  std::optional<Layout> findLayout(const std::string& models, const GreyImage& page, int ppi) override {
+    const int width = page.width, height = page.height;
     log.push_back("layout " + models + " " + size(width, height) + " ppi " + std::to_string(ppi));
     if (!load(models)) return std::nullopt;
     return layout(width, height);
   }
 
   std::optional<PageText> readPage(const std::string& models, Segmentation segmentation, Thresholding thresholding,
-                                   const GreyImage&, int width, int height, int ppi) override {
+                                   const GreyImage& page, int ppi) override {
+    const int width = page.width, height = page.height;
     log.push_back("page " + models + " " + name(segmentation) + " " +
                   (thresholding == Thresholding::global ? "global " : "local ") + size(width, height));
     if (!load(models)) return std::nullopt;
-    return page(PageCall{models, segmentation, thresholding, width, height, ppi});
+    return pageText(PageCall{models, segmentation, thresholding, width, height, ppi});
   }
 
-  std::optional<std::vector<ReadLine>> readRegion(const std::string& models, const GreyImage&, int,
-                                                               int, const Box& wanted, int,
-                                                               const InkBits*) override {
+  std::optional<std::vector<ReadLine>> readRegion(const std::string& models, const GreyImage&, const Box& wanted,
+                                                  int, const InkBits*) override {
     log.push_back("region " + models + " " + box(wanted));
     if (!load(models)) return std::nullopt;
     return region(models, wanted);
   }
 
-  std::vector<Symbol> readSymbols(const std::string& models, const GreyImage&, int, int, const Box& wanted,
-                                  int) override {
+  std::vector<Symbol> readSymbols(const std::string& models, const GreyImage&, const Box& wanted, int) override {
     log.push_back("symbols " + models + " " + box(wanted));
     if (!load(models)) return {};
     return symbols(models, wanted);
   }
 
-  int readingConfidence(const std::string& models, const GreyImage&, int, int, const Box& wanted,
-                        RegionTurn turn) override {
+  int readingConfidence(const std::string& models, const GreyImage&, const Box& wanted, RegionTurn turn) override {
     log.push_back("confidence " + models + " " + box(wanted) + " " + name(turn));
     if (!load(models)) return -1;
     return confidence(models, wanted, turn);
   }
 
-  SkewMeasure measureSkew(const GreyImage&, int, int, int, int, int top, int bottom) override {
+  SkewMeasure measureSkew(const GreyImage&, int, int, int top, int bottom) override {
     log.push_back("skew " + std::to_string(top) + ".." + std::to_string(bottom));
     return skew(top, bottom);
   }
 
   // A white canvas of the turned page's size.
-  bool rotate(const GreyImage&, int width, int height, double radians, GreyImage& turned, int& turnedWidth,
-              int& turnedHeight) override {
-    log.push_back("rotate " + size(width, height));
-    const recognition::PageTurn turn = recognition::PageTurn::of(width, height, radians);
-    const size_t pixels = static_cast<size_t>(turn.turnedWidth) * static_cast<size_t>(turn.turnedHeight);
-    std::free(turned.data);
-    turned.data = static_cast<uint8_t*>(std::malloc(pixels));
-    for (size_t i = 0; i < pixels; ++i) turned.data[i] = 255;
-    turnedWidth = turn.turnedWidth;
-    turnedHeight = turn.turnedHeight;
+  bool rotate(const GreyImage& page, double radians, GreyImage& turned) override {
+    log.push_back("rotate " + size(page.width, page.height));
+    const recognition::PageTurn turn = recognition::PageTurn::of(page.width, page.height, radians);
+    if (!turned.allocate(turn.turnedWidth, turn.turnedHeight)) return false;
+    std::fill_n(turned.data, turned.pixels(), uint8_t{255});
     return true;
   }
 
-  InkPage localInkAtHalf(const GreyImage&, int width, int height, int) override {
-    log.push_back("local ink " + size(width, height));
-    return localInk(width, height);
+  InkPage localInkAtHalf(const GreyImage& page, int) override {
+    log.push_back("local ink " + size(page.width, page.height));
+    return localInk(page.width, page.height);
   }
 
   std::vector<Plane> drawReferenceGlyph(UChar32, bool, int) override { return {}; }

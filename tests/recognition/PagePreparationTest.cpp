@@ -36,21 +36,26 @@ class PagePreparation : public ::testing::Test {
     return kvo::recognition::straighteningAngle(whole, top, bottom);
   }
 
-  // A grey image holding `levels`.
-  static void fill(GreyImage& image, const std::vector<uint8_t>& levels) {
-    image.data = static_cast<uint8_t*>(std::malloc(levels.size()));
+  // A width × height grey image holding `levels`.
+  static void fill(GreyImage& image, const std::vector<uint8_t>& levels, int width, int height) {
+    ASSERT_EQ(levels.size(), static_cast<size_t>(width) * static_cast<size_t>(height));
+    ASSERT_TRUE(image.allocate(width, height));
     std::memcpy(image.data, levels.data(), levels.size());
   }
   static std::vector<uint8_t> turned(const std::vector<uint8_t>& levels, int width, int height, bool clockwise) {
     GreyImage in, out;
-    fill(in, levels);
-    EXPECT_TRUE(kvo::recognition::turnGreyQuarter(in, width, height, clockwise, out));
+    fill(in, levels, width, height);
+    EXPECT_TRUE(kvo::recognition::turnGreyQuarter(in, clockwise, out));
+    EXPECT_EQ(out.width, height);
+    EXPECT_EQ(out.height, width);
     return std::vector<uint8_t>(out.data, out.data + levels.size());
   }
   static std::vector<uint8_t> enlarged(const std::vector<uint8_t>& levels, int width, int height, int factor) {
     GreyImage in, out;
-    fill(in, levels);
-    EXPECT_TRUE(kvo::recognition::enlargeGrey(in, width, height, factor, out));
+    fill(in, levels, width, height);
+    EXPECT_TRUE(kvo::recognition::enlargeGrey(in, factor, out));
+    EXPECT_EQ(out.width, width * factor);
+    EXPECT_EQ(out.height, height * factor);
     return std::vector<uint8_t>(out.data, out.data + static_cast<size_t>(width * factor) * (height * factor));
   }
 };
@@ -197,8 +202,10 @@ std::vector<uint8_t> sheetOnDesk(uint8_t desk, uint8_t sheet, uint8_t print) {
 
 TEST_F(PagePreparation, MakesTheSurfaceRoundASheetSheet) {
   GreyImage in, out;
-  fill(in, sheetOnDesk(50, 200, 140));
-  ASSERT_TRUE(kvo::recognition::clearSurround(in, 40, 20, 100, out));
+  fill(in, sheetOnDesk(50, 200, 140), 40, 20);
+  ASSERT_TRUE(kvo::recognition::clearSurround(in, 100, out));
+  EXPECT_EQ(out.width, 40);
+  EXPECT_EQ(out.height, 20);
   EXPECT_EQ(out.data[0], 200);             // the desk, now at the sheet's level
   EXPECT_EQ(out.data[19 * 40 + 39], 200);
   EXPECT_EQ(out.data[9 * 40 + 20], 140);   // the print stays
@@ -215,16 +222,16 @@ TEST_F(PagePreparation, ClearsASurfaceLitUnevenlyInRounds) {
   for (int y = 0; y < 20; ++y)
     for (int x = 34; x < 40; ++x) p[static_cast<size_t>(y) * 40 + x] = 120;
   GreyImage in, out;
-  fill(in, p);
-  ASSERT_TRUE(kvo::recognition::clearSurround(in, 40, 20, 100, out));
+  fill(in, p, 40, 20);
+  ASSERT_TRUE(kvo::recognition::clearSurround(in, 100, out));
   EXPECT_EQ(out.data[10 * 40 + 38], 200);
   EXPECT_EQ(out.data[9 * 40 + 20], 140);
 }
 
 TEST_F(PagePreparation, LeavesAPageWithNothingDarkOnItsEdge) {
   GreyImage in, out;
-  fill(in, sheetOnDesk(220, 200, 40));  // a light margin round it: a scan
-  EXPECT_FALSE(kvo::recognition::clearSurround(in, 40, 20, 120, out));
+  fill(in, sheetOnDesk(220, 200, 40), 40, 20);  // a light margin round it: a scan
+  EXPECT_FALSE(kvo::recognition::clearSurround(in, 120, out));
   EXPECT_EQ(out.data, nullptr);
 }
 
@@ -246,12 +253,12 @@ TEST_F(PagePreparation, TheGroundIsTheMedianOfTheLevelsAboveTheSeparatingOne) {
   std::vector<uint8_t> levels = litFromTheLeft(120, 10);
   for (size_t i = 0; i < levels.size(); i += 10) levels[i] = 20;
   GreyImage page;
-  fill(page, levels);
-  const int ground = kvo::recognition::groundLevel(page, 120, 10, 100);
+  fill(page, levels, 120, 10);
+  const int ground = kvo::recognition::groundLevel(page, 100);
   EXPECT_GE(ground, 178);
   EXPECT_LE(ground, 183);
   // Nothing above the level: the level itself.
-  EXPECT_EQ(kvo::recognition::groundLevel(page, 120, 10, 250), 250);
+  EXPECT_EQ(kvo::recognition::groundLevel(page, 250), 250);
 }
 
 TEST_F(PagePreparation, CornersATurnBringsInTakeTheGroundLevel) {
@@ -270,7 +277,7 @@ TEST_F(PagePreparation, CornersATurnBringsInTakeTheGroundLevel) {
             levels[static_cast<size_t>(p.y) * width + static_cast<size_t>(p.x)];
     }
   GreyImage turned;
-  fill(turned, canvas);
+  fill(turned, canvas, turn.turnedWidth, turn.turnedHeight);
   kvo::recognition::fillTurnedCorners(turn, 180, turned);
   int white = 0, ground = 0;
   for (size_t i = 0; i < canvas.size(); ++i) {
@@ -293,7 +300,8 @@ TEST_F(PagePreparation, PixelsWellInsideATurnedPageAreLeftAlone) {
   const int width = 60, height = 40;
   const auto turn = kvo::recognition::PageTurn::of(width, height, 3.0 * M_PI / 180.0);
   GreyImage turned;
-  fill(turned, std::vector<uint8_t>(static_cast<size_t>(turn.turnedWidth) * turn.turnedHeight, 7));
+  fill(turned, std::vector<uint8_t>(static_cast<size_t>(turn.turnedWidth) * turn.turnedHeight, 7), turn.turnedWidth,
+       turn.turnedHeight);
   kvo::recognition::fillTurnedCorners(turn, 100, turned);
   // The middle of the canvas is the middle of the page: what the turn put
   // there (7 here) stays.

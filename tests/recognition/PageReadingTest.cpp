@@ -111,7 +111,7 @@ class PageReadingTest : public ::testing::Test {
 TEST_F(PageReadingTest, APageWhoseSampleHoldsNoHanIsReadWithTheLatinModelsFirst) {
   reader.layout = [](int, int) { return across(3); };
   reader.symbols = [](const std::string&, const Box& region) { return symbolsOf({"a", "b"}, 90, region); };
-  reader.page = [](const FakeTextReader::PageCall&) {
+  reader.pageText = [](const FakeTextReader::PageCall&) {
     return std::optional(text({line(Box{20, 20, 700, 50}, {"hello", "world"})}));
   };
   PageReading reading(reader, ReadingPlan::forModels("chi_sim+chi_tra+eng"));
@@ -124,7 +124,7 @@ TEST_F(PageReadingTest, APageWhoseSampleHoldsNoHanIsReadWithTheLatinModelsFirst)
 
 TEST_F(PageReadingTest, APageTheVotesGiveToTheSecondModelIsReadWithIt) {
   chineseSample(60, 95);
-  reader.page = [](const FakeTextReader::PageCall&) {
+  reader.pageText = [](const FakeTextReader::PageCall&) {
     return std::optional(text({line(Box{20, 20, 700, 50}, {"說話"})}));
   };
   PageReading reading(reader, ReadingPlan::forModels("chi_sim+chi_tra+eng"));
@@ -134,7 +134,7 @@ TEST_F(PageReadingTest, APageTheVotesGiveToTheSecondModelIsReadWithIt) {
 
 TEST_F(PageReadingTest, TheLatinRunsOfAChinesePageAreReadAgainWithTheLatinModels) {
   chineseSample(95, 60);
-  reader.page = [](const FakeTextReader::PageCall&) {
+  reader.pageText = [](const FakeTextReader::PageCall&) {
     return std::optional(text({line(Box{20, 20, 700, 50}, {"中文", "heIlo"}, 40)}));
   };
   reader.region = [](const std::string&, const Box& region) {
@@ -153,7 +153,7 @@ TEST_F(PageReadingTest, TheLatinRunsOfAChinesePageAreReadAgainWithTheLatinModels
 TEST_F(PageReadingTest, LatinModelsThatFailToLoadFailThePage) {
   chineseSample(95, 60);
   reader.missing = {"eng"};
-  reader.page = [](const FakeTextReader::PageCall&) {
+  reader.pageText = [](const FakeTextReader::PageCall&) {
     return std::optional(text({line(Box{20, 20, 700, 50}, {"中文", "heIlo"}, 40)}));
   };
   PageReading reading(reader, ReadingPlan::forModels("chi_sim+chi_tra+eng"));
@@ -177,7 +177,7 @@ TEST_F(PageReadingTest, LinesTheLayoutDroppedAreFoundAsSparseTextWhereTheyHoldUn
     ink.push_back(Box{x, 302, x + 24, 328});
   }
   reader.layout = [](int, int) { return across(1); };
-  reader.page = [&ink](const FakeTextReader::PageCall& call) {
+  reader.pageText = [&ink](const FakeTextReader::PageCall& call) {
     if (call.segmentation == TextReader::Segmentation::sparse)
       return std::optional(text({line(Box{20, 298, 620, 332}, {"second"}), line(Box{20, 500, 620, 530}, {"ghost"})}));
     return std::optional(text({line(Box{20, 18, 620, 52}, {"first"})}, inkWith(kWidth, kHeight, ink)));
@@ -204,7 +204,7 @@ TEST_F(PageReadingTest, APageWhoseLinesRunDownItIsTurnedTheWayItsLongestLineRead
   reader.confidence = [](const std::string&, const Box&, TextReader::RegionTurn turn) {
     return turn == TextReader::RegionTurn::clockwise ? 90 : 10;
   };
-  reader.page = [](const FakeTextReader::PageCall&) {
+  reader.pageText = [](const FakeTextReader::PageCall&) {
     return std::optional(text({line(Box{20, 20, 580, 50}, {"upright"})}));
   };
   PageReading reading(reader, ReadingPlan::forModels("eng"));
@@ -227,7 +227,7 @@ TEST_F(PageReadingTest, APageWhoseLinesRunDownItIsTurnedTheWayItsLongestLineRead
 TEST_F(PageReadingTest, ACrookedPageIsReadStraightAndItsLinesMappedBackAslant) {
   reader.skew = [](int, int) { return kvo::SkewMeasure{true, 3.0, 10.0}; };
   reader.layout = [](int, int) { return across(1); };
-  reader.page = [](const FakeTextReader::PageCall&) {
+  reader.pageText = [](const FakeTextReader::PageCall&) {
     return std::optional(text({line(Box{20, 20, 600, 50}, {"straight"})}));
   };
   PageReading reading(reader, ReadingPlan::forModels("eng"));
@@ -251,7 +251,7 @@ TEST_F(PageReadingTest, SmallTextIsReadFromThePageEnlargedAndComesBackInThePageG
     layout.across = 1;
     return layout;
   };
-  reader.page = [](const FakeTextReader::PageCall& call) {
+  reader.pageText = [](const FakeTextReader::PageCall& call) {
     const int f = call.width / kWidth;
     return std::optional(text({line(Box{20 * f, 20 * f, 700 * f, 27 * f}, {"small"})}));
   };
@@ -269,7 +269,7 @@ TEST_F(PageReadingTest, SmallTextIsReadFromThePageEnlargedAndComesBackInThePageG
 TEST_F(PageReadingTest, ADoubtfulReadingThatReadsBetterTurnedHalfIsReadTurnedHalf) {
   reader.layout = [](int, int) { return across(8); };
   int pages = 0;
-  reader.page = [&pages](const FakeTextReader::PageCall&) {
+  reader.pageText = [&pages](const FakeTextReader::PageCall&) {
     const float confidence = pages++ == 0 ? 30 : 90;
     std::vector<ReadLine> lines;
     for (int i = 0; i < 8; ++i) lines.push_back(line(Box{20, 20 + 50 * i, 700, 50 + 50 * i}, {"line"}, confidence));
@@ -291,7 +291,7 @@ TEST_F(PageReadingTest, ADoubtfulReadingThatReadsBetterTurnedHalfIsReadTurnedHal
 
 TEST_F(PageReadingTest, AReadingThatLeftHalfOfEveryLineUnreadIsReplacedByTheLocalThresholdOne) {
   reader.layout = [](int, int) { return across(1); };
-  reader.page = [](const FakeTextReader::PageCall& call) {
+  reader.pageText = [](const FakeTextReader::PageCall& call) {
     if (call.thresholding == TextReader::Thresholding::local)
       return std::optional(text({line(Box{20, 20, 700, 50}, {"the", "whole", "line"})}));
     return std::optional(text({line(Box{20, 20, 300, 50}, {"the"})}));
@@ -310,7 +310,7 @@ TEST_F(PageReadingTest, AReadingThatLeftHalfOfEveryLineUnreadIsReplacedByTheLoca
 
 TEST_F(PageReadingTest, AReadingThatLeftNoInkUnreadIsKept) {
   reader.layout = [](int, int) { return across(1); };
-  reader.page = [](const FakeTextReader::PageCall& call) {
+  reader.pageText = [](const FakeTextReader::PageCall& call) {
     if (call.thresholding == TextReader::Thresholding::local)
       return std::optional(text({line(Box{20, 20, 700, 50}, {"other"})}));
     return std::optional(text({line(Box{20, 20, 700, 50}, {"the", "whole", "line"})}));
@@ -330,7 +330,7 @@ TEST_F(PageReadingTest, AReadingThatLeftNoInkUnreadIsKept) {
 TEST_F(PageReadingTest, APageOnADarkSurroundThatReadAsNothingIsReadAgainWithTheSurroundMadeSheet) {
   reader.layout = [](int, int) { return across(1); };
   int reads = 0;
-  reader.page = [&reads](const FakeTextReader::PageCall& call) {
+  reader.pageText = [&reads](const FakeTextReader::PageCall& call) {
     if (call.thresholding == TextReader::Thresholding::global && reads++ > 0)
       return std::optional(text({line(Box{80, 80, 700, 110}, {"sheet"})}));
     return std::optional(text({}));
@@ -360,7 +360,7 @@ TEST_F(PageReadingTest, ABitmapLargerThanTheReaderTakesIsRefusedUnread) {
 
 TEST_F(PageReadingTest, MemoryRunningOutFailsThePage) {
   reader.layout = [](int, int) { return across(1); };
-  reader.page = [](const FakeTextReader::PageCall&) -> std::optional<TextReader::PageText> { throw std::bad_alloc(); };
+  reader.pageText = [](const FakeTextReader::PageCall&) -> std::optional<TextReader::PageText> { throw std::bad_alloc(); };
   PageReading reading(reader, ReadingPlan::forModels("eng"));
   EXPECT_FALSE(reading.read(page()));
 }

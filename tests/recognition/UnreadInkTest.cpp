@@ -111,10 +111,12 @@ TEST_F(UnreadInk, KeepsALineOfTheSecondReadingOnlyWhereItHoldsAnUnreadGlyph) {
 TEST_F(UnreadInk, BlanksTheLinesReadAndTheirPaddingOnACopy) {
   constexpr int w = 40, h = 20;
   GreyImage page;
-  page.data = static_cast<uint8_t*>(std::malloc(w * h));
+  ASSERT_TRUE(page.allocate(w, h));
   std::memset(page.data, 0, w * h);
   GreyImage rest;
-  ASSERT_TRUE(blankLines(page, w, h, {Box{10, 8, 30, 16}}, rest));
+  ASSERT_TRUE(blankLines(page, {Box{10, 8, 30, 16}}, rest));
+  EXPECT_EQ(rest.width, w);
+  EXPECT_EQ(rest.height, h);
   // Padding: a quarter of the line's height, 2 pixels.
   EXPECT_EQ(rest.data[6 * w + 8], 255);
   EXPECT_EQ(rest.data[17 * w + 31], 255);

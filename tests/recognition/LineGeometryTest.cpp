@@ -1,4 +1,5 @@
-#include "recognition/PageRaster.h"
+#include "recognition/GreyPage.h"
+#include "recognition/LineGeometry.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +14,7 @@ using kvo::PixelFormat;
 using kvo::recognition::Box;
 using kvo::recognition::InkBits;
 
-class PageRaster : public ::testing::Test {
+class LineGeometry : public ::testing::Test {
  protected:
   // A binarised page of `width` × `height` with ink in the columns (or rows) listed.
   struct Page {
@@ -29,13 +30,13 @@ class PageRaster : public ::testing::Test {
   };
 };
 
-TEST_F(PageRaster, MeasuresALinesThicknessAcrossItWhicheverWayItRuns) {
+TEST_F(LineGeometry, MeasuresALinesThicknessAcrossItWhicheverWayItRuns) {
   EXPECT_EQ((Box{10, 40, 510, 70}.thickness()), 30);   // across the page
   EXPECT_EQ((Box{10, 40, 40, 540}.thickness()), 30);   // down it
   EXPECT_EQ((Box{10, 40, 50, 80}.thickness()), 40);    // one square glyph
 }
 
-TEST_F(PageRaster, ConvertsColourToLeptonicasLuminance) {
+TEST_F(LineGeometry, ConvertsColourToLeptonicasLuminance) {
   EXPECT_EQ(kvo::recognition::luminance(255, 255, 255), 255u);
   EXPECT_EQ(kvo::recognition::luminance(0, 0, 0), 0u);
   EXPECT_EQ(kvo::recognition::luminance(255, 0, 0), 77u);
@@ -43,7 +44,7 @@ TEST_F(PageRaster, ConvertsColourToLeptonicasLuminance) {
   EXPECT_EQ(kvo::recognition::luminance(0, 0, 255), 51u);
 }
 
-TEST_F(PageRaster, CompositesTransparentPixelsOverWhite) {
+TEST_F(LineGeometry, CompositesTransparentPixelsOverWhite) {
   Bitmap rgba = Bitmap::allocate(3, 1, PixelFormat::rgba8);
   const uint8_t pixels[] = {0, 0, 0, 255, 0, 0, 0, 0, 0, 0, 0, 128};
   std::copy(std::begin(pixels), std::end(pixels), rgba.data());
@@ -54,24 +55,26 @@ TEST_F(PageRaster, CompositesTransparentPixelsOverWhite) {
   EXPECT_EQ(grey.data[2], 127);
 }
 
-TEST_F(PageRaster, SkipsRowPaddingOfRgbBitmaps) {
+TEST_F(LineGeometry, SkipsRowPaddingOfRgbBitmaps) {
   auto* data = static_cast<uint8_t*>(std::malloc(16));
   const uint8_t rows[] = {255, 255, 255, 0, 0, 0, 9, 9, 0, 0, 255, 255, 0, 0, 9, 9};
   std::copy(std::begin(rows), std::end(rows), data);
   const Bitmap rgb = Bitmap::adopt(2, 2, 8, PixelFormat::rgb8, data, &std::free);
   kvo::recognition::GreyImage grey;
   ASSERT_TRUE(kvo::recognition::toGrey(rgb, grey));
+  EXPECT_EQ(grey.width, 2);
+  EXPECT_EQ(grey.height, 2);
   EXPECT_EQ(std::vector<int>(grey.data, grey.data + 4), (std::vector<int>{255, 0, 51, 77}));
 }
 
-TEST_F(PageRaster, RoundsTheResolution) {
+TEST_F(LineGeometry, RoundsTheResolution) {
   EXPECT_EQ(kvo::recognition::roundedResolution(0), 0);
   EXPECT_EQ(kvo::recognition::roundedResolution(-5), 0);
   EXPECT_EQ(kvo::recognition::roundedResolution(199.6), 200);
   EXPECT_EQ(kvo::recognition::roundedResolution(1e30), INT_MAX);
 }
 
-TEST_F(PageRaster, MeasuresTheLongestBlankBetweenTwoWords) {
+TEST_F(LineGeometry, MeasuresTheLongestBlankBetweenTwoWords) {
   Page page(100, 20);
   // Words at 0-20 and 60-80; ink at 30 and 45 between them.
   page.column(30, 5, 6);
@@ -86,7 +89,7 @@ TEST_F(PageRaster, MeasuresTheLongestBlankBetweenTwoWords) {
   EXPECT_EQ(kvo::recognition::blankBetween(nullptr, line, a, b), 40);
 }
 
-TEST_F(PageRaster, MeasuresAVerticalLineAlongItsRows) {
+TEST_F(LineGeometry, MeasuresAVerticalLineAlongItsRows) {
   Page page(40, 100);
   for (int x = 0; x < 40; ++x) page.ink(x, 50);
   const InkBits bits = page.bits();
@@ -95,7 +98,7 @@ TEST_F(PageRaster, MeasuresAVerticalLineAlongItsRows) {
   EXPECT_EQ(kvo::recognition::blankBetween(nullptr, line, a, b), 60);
 }
 
-TEST_F(PageRaster, TrustsOnlyAPlausibleBaselineDrop) {
+TEST_F(LineGeometry, TrustsOnlyAPlausibleBaselineDrop) {
   const Box line{0, 0, 400, 40};
   EXPECT_DOUBLE_EQ(kvo::recognition::baselineDrop(0, 30, 200, 40, line), 20);
   EXPECT_DOUBLE_EQ(kvo::recognition::baselineDrop(0, 30, 200, 20, line), -20);
@@ -105,7 +108,7 @@ TEST_F(PageRaster, TrustsOnlyAPlausibleBaselineDrop) {
   EXPECT_DOUBLE_EQ(kvo::recognition::baselineDrop(0, 0, 10, 5, Box{0, 0, 40, 40}), 0);  // not horizontal
 }
 
-TEST_F(PageRaster, GivesASlopedLineTheParallelogramAlongItsBaseline) {
+TEST_F(LineGeometry, GivesASlopedLineTheParallelogramAlongItsBaseline) {
   const Box line{100, 100, 300, 150};
   const auto level = kvo::recognition::lineCorners(line, 0, 400, 200);
   EXPECT_DOUBLE_EQ(level.topLeft.x, 0.25);
@@ -122,7 +125,7 @@ TEST_F(PageRaster, GivesASlopedLineTheParallelogramAlongItsBaseline) {
   EXPECT_DOUBLE_EQ(rising.bottomRight.y, 1 - 130.0 / 200);
 }
 
-TEST_F(PageRaster, ClipsRegionsToThePage) {
+TEST_F(LineGeometry, ClipsRegionsToThePage) {
   const auto inside = kvo::recognition::clipToPage(Box{-5, -5, 50, 500}, 40, 100);
   ASSERT_TRUE(inside.has_value());
   EXPECT_EQ(inside->left, 0);
@@ -132,7 +135,7 @@ TEST_F(PageRaster, ClipsRegionsToThePage) {
   EXPECT_FALSE(kvo::recognition::clipToPage(Box{50, 0, 60, 10}, 40, 100).has_value());
 }
 
-TEST_F(PageRaster, ReadsASampleLineWithPaddingUpToTheWidestAllowed) {
+TEST_F(LineGeometry, ReadsASampleLineWithPaddingUpToTheWidestAllowed) {
   const Box line{100, 100, 1000, 140};
   const Box whole = kvo::recognition::sampleRegion(line, 2000, INT_MAX);
   EXPECT_EQ(whole.left, 90);

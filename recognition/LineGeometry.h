@@ -1,9 +1,10 @@
 #pragma once
 
-#include <cstdint>
+// Where a text line lies on its page: the blanks between its words, its
+// slope, its corners, the padding kept around it when it is read alone.
+
 #include <optional>
 
-#include "interfaces/Bitmap.h"
 #include "interfaces/PageImage.h"
 #include "interfaces/TextRecognitionEngine.h"
 
@@ -12,17 +13,6 @@ namespace kvo::recognition {
 using kvo::Box;
 using kvo::GreyImage;
 using kvo::InkBits;
-
-// Luminance with Leptonica's weights (0.3 R + 0.5 G + 0.2 B in 8.8 fixed
-// point, the ones Tesseract would use to convert colour); white stays 255.
-uint32_t luminance(uint32_t r, uint32_t g, uint32_t b);
-
-// Grey copy of an rgb8 or rgba8 bitmap, transparent pixels composited over
-// white. False when the memory cannot be had.
-bool toGrey(const Bitmap& image, GreyImage& grey);
-
-// The resolution handed to recognition: the bitmap's, rounded; 0 when unknown.
-int roundedResolution(double pixelsPerInch);
 
 // The blank between words `a` and `b` of `line`: the longest run of ink-free
 // columns (rows for a vertical line) across the line between the middles of
