@@ -13,7 +13,7 @@ namespace kvo::recognition {
 namespace {
 
 // Blanks in line thicknesses, measured between the middles of two word
-// boxes on 200-dpi pages (figures in the README).
+// boxes on 200-dpi pages (figures in docs/recognition-languages.md).
 // Before a full-width , : ; ? ! (or after a full-width ) before full-width
 // punctuation): an ASCII mark has at most 0.18, a full-width one 0.4-0.5.
 constexpr double kWideMarkGap = 0.25;
