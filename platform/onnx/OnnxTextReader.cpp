@@ -166,16 +166,18 @@ double OnnxTextReader::openSeconds() const { return state_->openSeconds; }
 
 Outcome<std::unique_ptr<OnnxTextReader>> OnnxTextReader::open(const ReaderOptions& options) {
   auto start = std::chrono::steady_clock::now();
+  // Without this the runtime starts a telemetry thread with its environment;
+  // the reader sends nothing and runs on the calling thread only. Set before
+  // the library is even loaded, whose initialisation may read it.
+  ::setenv("ORT_DISABLE_TELEMETRY", "1", 1);
   if (auto error = loadRuntime(options.runtimeLibrary)) return *error;
+  ppocr::keepOpenCvOnCallingThread();
   auto state = std::make_unique<State>();
   state->options = options;
   state->characters = ppocr::loadCharacterList(options.modelsDirectory + "/" + options.characterList);
   if (state->characters.empty())
     return failure(Kind::ModelMissing, "no character list " + options.modelsDirectory + "/" + options.characterList);
   try {
-    // Without this the environment starts a telemetry thread; the reader
-    // sends nothing and runs on the calling thread only.
-    ::setenv("ORT_DISABLE_TELEMETRY", "1", 1);
     state->env = Ort::Env(ORT_LOGGING_LEVEL_FATAL, "kem-vision-ocr", silentLog, nullptr);
     state->env.DisableTelemetryEvents();
   } catch (const std::exception& error) {

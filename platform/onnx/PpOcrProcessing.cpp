@@ -108,6 +108,8 @@ Tensor resizedForReading(const cv::Mat& crop, int height, int width) {
 
 }  // namespace
 
+void keepOpenCvOnCallingThread() { cv::setNumThreads(0); }
+
 cv::Mat wrapPage(const PageView& page) {
   return cv::Mat(page.height, page.width, CV_8UC(page.channels), const_cast<uint8_t*>(page.pixels), page.stride);
 }

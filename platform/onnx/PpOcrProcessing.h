@@ -14,6 +14,10 @@
 
 namespace kvo::onnx::ppocr {
 
+// OpenCV's own parallel loops (Debian builds it with TBB, whose workers it
+// starts on the first resize) run on the calling thread instead.
+void keepOpenCvOnCallingThread();
+
 // A header over the caller's pixels (no copy); CV_8UC1, CV_8UC3 (RGB) or CV_8UC4 (RGBA).
 cv::Mat wrapPage(const PageView& page);
 // Empty when the view is usable, otherwise why not.
