@@ -221,12 +221,15 @@ Outcome<LineReading> OnnxTextReader::readLine(const PageView& page, const TextQu
     std::vector<int64_t> shape;
     bool turned = false;
     if (state_->options.useClassifier) {
-      ppocr::Tensor input = ppocr::classifierInput(crop);
-      Ort::Value scores = run(state_->classifier, input, shape);
-      if (product(shape) != 2) return failure(Kind::ModelDamaged, "the classifier does not answer 0 or 180 degrees");
-      const float* p = scores.GetTensorData<float>();
+      float upsideDown = 0;
+      std::vector<ppocr::Tensor> windows = ppocr::classifierInputs(crop);
+      for (ppocr::Tensor& input : windows) {
+        Ort::Value scores = run(state_->classifier, input, shape);
+        if (product(shape) != 2) return failure(Kind::ModelDamaged, "the classifier does not answer 0 or 180 degrees");
+        upsideDown += scores.GetTensorData<float>()[1] / float(windows.size());
+      }
       // PaddleOCR's rule: turn only when 180 degrees is the sure answer.
-      turned = p[1] > p[0] && p[1] > 0.9f;
+      turned = upsideDown > 0.9f;
       if (turned) cv::rotate(crop, crop, cv::ROTATE_180);
     }
     ppocr::Tensor input = ppocr::recognizerInput(crop);

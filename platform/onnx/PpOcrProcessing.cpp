@@ -199,7 +199,19 @@ Tensor recognizerInput(const cv::Mat& crop) {
   return resizedForReading(crop, kHeight, width);
 }
 
-Tensor classifierInput(const cv::Mat& crop) { return resizedForReading(crop, 48, 192); }
+std::vector<Tensor> classifierInputs(const cv::Mat& crop) {
+  constexpr int kHeight = 48, kWidth = 192;
+  int width = std::max(1, int(std::lround(double(crop.cols) * kHeight / crop.rows)));
+  if (width <= kWidth) return {resizedForReading(crop, kHeight, kWidth)};
+  cv::Mat scaled;
+  cv::resize(crop, scaled, cv::Size(width, kHeight));
+  std::vector<Tensor> windows;
+  for (int left : {0, (width - kWidth) / 2, width - kWidth}) {
+    if (!windows.empty() && left < kWidth / 2) continue;  // the line is shorter than two windows
+    windows.push_back(resizedForReading(scaled(cv::Rect(left, 0, kWidth, kHeight)), kHeight, kWidth));
+  }
+  return windows;
+}
 
 std::vector<std::string> loadCharacterList(const std::string& path) {
   std::ifstream file(path, std::ios::binary);

@@ -55,11 +55,16 @@ std::vector<TextQuad> linesFromProbability(const float* probability, int mapHeig
 // quadrilateral has no area.
 cv::Mat cropLine(const cv::Mat& page, const TextQuad& quad);
 
-// The recogniser's (height 48, at least 320 wide) or the classifier's
-// (48 x 192) input for one crop: scaled to the height keeping the aspect,
-// normalised to -1..1, padded with zeros on the right.
+// The recogniser's input for one crop (height 48, at least 320 wide):
+// scaled to the height keeping the aspect, normalised to -1..1, padded with
+// zeros on the right.
 Tensor recognizerInput(const cv::Mat& crop);
-Tensor classifierInput(const cv::Mat& crop);
+// The text-direction classifier's inputs (48 x 192 each) for one crop:
+// scaled to height 48 keeping the aspect, then up to three windows of 192
+// pixels (start, middle, end) instead of squeezing a whole line into 192
+// pixels as PaddleOCR does: squeezed long Latin lines are classified as
+// upside down often enough to spoil a page.
+std::vector<Tensor> classifierInputs(const cv::Mat& crop);
 
 // PaddleOCR's character list for CTC decoding: the blank (index 0), one
 // symbol per line of the file, then the space. Empty when unreadable.

@@ -103,7 +103,13 @@ TEST(PpOcrProcessing, TheRecognizerInputIs48HighAtLeast320WidePaddedWithZeros) {
   input = recognizerInput(longLine);
   EXPECT_EQ(input.width, 960);
   EXPECT_FLOAT_EQ(input.data[959], -1.0f);  // black all the way
-  EXPECT_EQ(classifierInput(longLine).width, 192);
+  std::vector<Tensor> windows = classifierInputs(longLine);
+  ASSERT_EQ(windows.size(), 3u);
+  EXPECT_EQ(windows[0].width, 192);
+  EXPECT_EQ(windows[0].height, 48);
+  EXPECT_FLOAT_EQ(windows[0].data[191], -1.0f);  // a window of the line, not padding
+  EXPECT_EQ(classifierInputs(cv::Mat(20, 60, CV_8UC3)).size(), 1u);
+  EXPECT_EQ(classifierInputs(cv::Mat(48, 300, CV_8UC3)).size(), 1u);
 }
 
 TEST(PpOcrProcessing, CtcMergesRepeatsDropsBlanksAndAveragesTheKeptConfidences) {
