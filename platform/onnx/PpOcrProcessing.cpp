@@ -206,9 +206,11 @@ std::vector<Tensor> classifierInputs(const cv::Mat& crop) {
   cv::Mat scaled;
   cv::resize(crop, scaled, cv::Size(width, kHeight));
   std::vector<Tensor> windows;
+  int previous = -kWidth;
   for (int left : {0, (width - kWidth) / 2, width - kWidth}) {
-    if (!windows.empty() && left < kWidth / 2) continue;  // the line is shorter than two windows
+    if (left - previous < kWidth / 2) continue;  // mostly the same pixels as the window before
     windows.push_back(resizedForReading(scaled(cv::Rect(left, 0, kWidth, kHeight)), kHeight, kWidth));
+    previous = left;
   }
   return windows;
 }

@@ -109,7 +109,8 @@ TEST(PpOcrProcessing, TheRecognizerInputIs48HighAtLeast320WidePaddedWithZeros) {
   EXPECT_EQ(windows[0].height, 48);
   EXPECT_FLOAT_EQ(windows[0].data[191], -1.0f);  // a window of the line, not padding
   EXPECT_EQ(classifierInputs(cv::Mat(20, 60, CV_8UC3)).size(), 1u);
-  EXPECT_EQ(classifierInputs(cv::Mat(48, 300, CV_8UC3)).size(), 1u);
+  EXPECT_EQ(classifierInputs(cv::Mat(48, 250, CV_8UC3)).size(), 1u);  // the end window overlaps the start
+  EXPECT_EQ(classifierInputs(cv::Mat(48, 300, CV_8UC3)).size(), 2u);  // start and end
 }
 
 TEST(PpOcrProcessing, CtcMergesRepeatsDropsBlanksAndAveragesTheKeptConfidences) {
