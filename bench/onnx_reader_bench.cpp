@@ -117,7 +117,10 @@ int main(int argc, char** argv) {
   double openCpu = cpuSeconds() - cpu0, openWall = wallSeconds() - wall0;
   long openKib = statusKib("VmHWM:");
   int mostThreads = threads();
-  std::printf("open_wall=%.3f open_cpu=%.3f hwm_open_mib=%.1f", openWall, openCpu, openKib / 1024.0);
+  const auto& times = reader.openTimes();
+  std::printf("open_wall=%.3f open_cpu=%.3f runtime=%.3f env=%.3f det=%.3f rec=%.3f cls=%.3f hwm_open_mib=%.1f",
+              openWall, openCpu, times.runtime, times.environment, times.detector, times.recognizer,
+              times.classifier, openKib / 1024.0);
   if (openOnly) {
     std::printf(" threads=%d\n", mostThreads);
     return 0;

@@ -14,6 +14,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <mutex>
+#include <utility>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
@@ -138,7 +139,7 @@ struct OnnxTextReader::State {
   Ort::Env env{nullptr};
   Network detector, recognizer, classifier;
   std::vector<std::string> characters;
-  double openSeconds = 0;
+  OnnxTextReader::OpenTimes times;
 };
 
 const char* kindName(ReaderError::Kind kind) {
@@ -162,10 +163,14 @@ ReaderOptions defaultReaderOptions() {
 
 OnnxTextReader::OnnxTextReader(std::unique_ptr<State> state) : state_(std::move(state)) {}
 OnnxTextReader::~OnnxTextReader() = default;
-double OnnxTextReader::openSeconds() const { return state_->openSeconds; }
+const OnnxTextReader::OpenTimes& OnnxTextReader::openTimes() const { return state_->times; }
 
 Outcome<std::unique_ptr<OnnxTextReader>> OnnxTextReader::open(const ReaderOptions& options) {
-  auto start = std::chrono::steady_clock::now();
+  auto mark = std::chrono::steady_clock::now();
+  auto lap = [&mark] {
+    auto now = std::chrono::steady_clock::now();
+    return std::chrono::duration<double>(now - std::exchange(mark, now)).count();
+  };
   // Without this the runtime starts a telemetry thread with its environment;
   // the reader sends nothing and runs on the calling thread only. Set before
   // the library is even loaded, whose initialisation may read it.
@@ -173,6 +178,7 @@ Outcome<std::unique_ptr<OnnxTextReader>> OnnxTextReader::open(const ReaderOption
   if (auto error = loadRuntime(options.runtimeLibrary)) return *error;
   ppocr::keepOpenCvOnCallingThread();
   auto state = std::make_unique<State>();
+  state->times.runtime = lap();
   state->options = options;
   state->characters = ppocr::loadCharacterList(options.modelsDirectory + "/" + options.characterList);
   if (state->characters.empty())
@@ -180,21 +186,24 @@ Outcome<std::unique_ptr<OnnxTextReader>> OnnxTextReader::open(const ReaderOption
   try {
     state->env = Ort::Env(ORT_LOGGING_LEVEL_FATAL, "kem-vision-ocr", silentLog, nullptr);
     state->env.DisableTelemetryEvents();
+    state->times.environment = lap();
   } catch (const std::exception& error) {
     return failure(Kind::RuntimeDamaged, std::string("the ONNX Runtime environment failed: ") + error.what());
   }
   struct Slot {
     Network* network;
     const std::string* file;
+    double* seconds;
   };
-  std::vector<Slot> slots{{&state->detector, &options.detectorFile}, {&state->recognizer, &options.recognizerFile}};
-  if (options.useClassifier) slots.push_back({&state->classifier, &options.classifierFile});
+  std::vector<Slot> slots{{&state->detector, &options.detectorFile, &state->times.detector},
+                          {&state->recognizer, &options.recognizerFile, &state->times.recognizer}};
+  if (options.useClassifier) slots.push_back({&state->classifier, &options.classifierFile, &state->times.classifier});
   for (const Slot& slot : slots) {
     auto network = openNetwork(state->env, options, *slot.file);
     if (auto* error = std::get_if<ReaderError>(&network)) return *error;
     *slot.network = std::move(std::get<Network>(network));
+    *slot.seconds = lap();
   }
-  state->openSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   return std::unique_ptr<OnnxTextReader>(new OnnxTextReader(std::move(state)));
 }
 

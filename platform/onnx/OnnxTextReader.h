@@ -105,8 +105,15 @@ class OnnxTextReader {
   // from the page straightened.
   Outcome<LineReading> readLine(const PageView& page, const TextQuad& quad);
 
-  // Seconds spent creating the sessions in open(), for measurement.
-  double openSeconds() const;
+  // Wall seconds open() spent on each step, for measurement.
+  struct OpenTimes {
+    double runtime = 0;  // loading the library (0 when already loaded)
+    double environment = 0;
+    double detector = 0;
+    double recognizer = 0;
+    double classifier = 0;
+  };
+  const OpenTimes& openTimes() const;
 
   struct State;
 
