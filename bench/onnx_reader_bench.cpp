@@ -1,7 +1,7 @@
 // Measures the PP-OCR reader on one page in one process, so that the peak
 // resident size is this configuration's alone:
 //   onnx_reader_bench PAGE.pgm|PAGE.ppm [--opt none|basic|extended|all] [--arena on|off]
-//                     [--limit N] [--optimized-dir DIR] [--classifier on|off]
+//                     [--mem-pattern on|off] [--limit N] [--optimized-dir DIR] [--classifier on|off]
 //                     [--open-only] [--text FILE]
 // The page is held as RGBA, as the helper holds a bitmap. Prints one line of
 // key=value figures: sessions' start-up (runtime load, environment, the
@@ -93,6 +93,7 @@ int main(int argc, char** argv) {
                              : value == "extended" ? GraphOptimization::Extended
                                                    : GraphOptimization::All;
     else if (flag == "--arena") options.cpuArena = value == "on";
+    else if (flag == "--mem-pattern") options.memoryPattern = value == "on";
     else if (flag == "--limit") options.detectorLimitSide = std::stoi(value);
     else if (flag == "--optimized-dir") options.optimizedModelsDirectory = value;
     else if (flag == "--classifier") options.useClassifier = value == "on";
@@ -130,6 +131,7 @@ int main(int argc, char** argv) {
   double cpu1 = cpuSeconds();
   auto detected = reader.detectLines(page);
   double detectCpu = cpuSeconds() - cpu1;
+  long detectKib = statusKib("VmHWM:");
   if (auto* error = std::get_if<ReaderError>(&detected)) {
     std::fprintf(stderr, "%s: %s\n", kindName(error->kind), error->message.c_str());
     return 1;
@@ -149,9 +151,10 @@ int main(int argc, char** argv) {
   }
   double readCpu = cpuSeconds() - cpu2;
   mostThreads = std::max(mostThreads, threads());
-  std::printf(" page=%dx%d hwm_page_load_mib=%.1f detect_cpu=%.3f read_cpu=%.3f lines=%zu chars=%d total_cpu=%.3f"
-              " peak_rss_mib=%.1f threads=%d\n",
-              width, height, pageKib / 1024.0, detectCpu, readCpu, quads.size(), characters, cpuSeconds() - cpu0,
+  std::printf(" page=%dx%d hwm_page_load_mib=%.1f detect_cpu=%.3f hwm_detect_mib=%.1f read_cpu=%.3f lines=%zu chars=%d"
+              " total_cpu=%.3f peak_rss_mib=%.1f threads=%d\n",
+              width, height, pageKib / 1024.0, detectCpu, detectKib / 1024.0, readCpu, quads.size(), characters,
+              cpuSeconds() - cpu0,
               statusKib("VmHWM:") / 1024.0, mostThreads);
   return 0;
 }

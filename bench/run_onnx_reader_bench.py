@@ -89,22 +89,25 @@ def main():
 
     print("## One page, by session options (200-dpi Letter page, limit side 960)\n")
     rows = []
-    for level, arena in (("none", "on"), ("basic", "on"), ("extended", "on"), ("all", "on"), ("all", "off"),
-                         ("extended", "off")):
-        r = run(bench, letter, ["--opt", level, "--arena", arena], text)
-        rows.append([level, arena, r["detect_cpu"], r["read_cpu"], r["total_cpu"], r["peak_rss_mib"], r["threads"],
-                     "%.2f %%" % (100 * cer(edit, letter[:-4] + ".gt.txt", text))])
-    table(["graph optimisation", "CPU arena", "detect CPU s", "read CPU s", "total CPU s (open incl.)",
-           "peak RSS MiB", "threads", "CER"], rows)
+    for level, arena, pattern in (("none", "on", "off"), ("basic", "on", "off"), ("extended", "on", "off"),
+                                  ("all", "on", "off"), ("all", "off", "off"), ("all", "on", "on"),
+                                  ("all", "off", "on")):
+        r = run(bench, letter, ["--opt", level, "--arena", arena, "--mem-pattern", pattern], text)
+        rows.append([level, arena, pattern, r["detect_cpu"], r["hwm_detect_mib"], r["read_cpu"], r["total_cpu"],
+                     r["peak_rss_mib"], r["threads"], "%.2f %%" % (100 * cer(edit, letter[:-4] + ".gt.txt", text))])
+    table(["graph optimisation", "CPU arena", "memory pattern", "detect CPU s", "peak RSS after detection MiB",
+           "read CPU s", "total CPU s (open incl.)", "peak RSS MiB", "threads", "CER"], rows)
 
     print("## Detector input size (default session options)\n")
     rows = []
     for page, name in ((letter, "200-dpi Letter 1700 x 2200"), (photo, "25 MP 6144 x 4096")):
         for limit in (736, 960, 1280, 1600, 2240):
             r = run(bench, page, ["--limit", str(limit)], text)
-            rows.append([name, limit, r["lines"], r["detect_cpu"], r["read_cpu"], r["total_cpu"], r["peak_rss_mib"],
+            rows.append([name, limit, r["lines"], r["detect_cpu"], r["hwm_detect_mib"], r["read_cpu"], r["total_cpu"],
+                         r["peak_rss_mib"],
                          "%.2f %%" % (100 * cer(edit, page[:-4] + ".gt.txt", text))])
-    table(["page", "limit side", "lines", "detect CPU s", "read CPU s", "total CPU s", "peak RSS MiB", "CER"], rows)
+    table(["page", "limit side", "lines", "detect CPU s", "peak RSS after detection MiB", "read CPU s", "total CPU s",
+           "peak RSS MiB", "CER"], rows)
 
     print("## Text-direction classifier on (default options, limit 960)\n")
     rows = []

@@ -91,6 +91,7 @@ Outcome<Network> openNetwork(Ort::Env& env, const ReaderOptions& options, const 
     settings.AddConfigEntry("session.inter_op.allow_spinning", "0");
     settings.SetLogSeverityLevel(ORT_LOGGING_LEVEL_FATAL);
     if (!options.cpuArena) settings.DisableCpuMemArena();
+    if (!options.memoryPattern) settings.DisableMemPattern();
     settings.SetGraphOptimizationLevel(level(options.optimization));
     if (!options.optimizedModelsDirectory.empty()) {
       std::string optimized = options.optimizedModelsDirectory + "/" + file;

@@ -78,6 +78,10 @@ struct ReaderOptions {
   bool useClassifier = false;  // decide 0 or 180 degrees for each line before reading it
   GraphOptimization optimization = GraphOptimization::All;
   bool cpuArena = true;
+  // Plan each network's buffers from its previous run of the same shape:
+  // the input shapes change with every page and line, so the plan is rarely
+  // reused and only raises the peak (docs/neural-reader.md).
+  bool memoryPattern = false;
   // When set, each network is optimised once and written here under its
   // own name; when the written file exists it is loaded without optimising.
   std::string optimizedModelsDirectory;
