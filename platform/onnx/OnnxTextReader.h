@@ -36,8 +36,9 @@ struct Point {
   float y = 0;
 };
 
-// A text line's quadrilateral in the page's pixels, clockwise from the
-// top-left corner of the text as it reads (rotated where the line is).
+// A text line's quadrilateral in the page's pixels, clockwise from its
+// top-left corner as the page lies (rotated where the line is; an
+// upside-down line's first corner is where its text ends).
 struct TextQuad {
   Point corners[4];
   float score = 0;  // mean text probability inside the line's box, 0..1
@@ -69,7 +70,9 @@ using Outcome = std::variant<T, ReaderError>;
 enum class GraphOptimization { Disabled, Basic, Extended, All };
 
 struct ReaderOptions {
-  std::string runtimeLibrary;  // path of libonnxruntime.so.1
+  // Path of libonnxruntime.so.1. The first library opened serves the whole
+  // process (the runtime is never unloaded); later paths are not looked at.
+  std::string runtimeLibrary;
   std::string modelsDirectory;  // holds the files named below
   std::string detectorFile = "ch_PP-OCRv4_det_infer.onnx";
   std::string recognizerFile = "ch_PP-OCRv4_rec_infer.onnx";
