@@ -33,7 +33,7 @@ if ! command -v npm >/dev/null; then
   echo "setup: installing npm"
   DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends npm >/dev/null
 fi
-"$root/scripts/fetch_onnx.sh" "$root/build/third_party"
+bash "$root/scripts/fetch_onnx.sh" "$root/build/third_party"
 
 jobs=$(nproc)
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
