@@ -1,0 +1,89 @@
+#!/usr/bin/env bash
+# kvo-batch over two machines with no shared file system: this one (":")
+# and a "remote" one, an sshd started here on 127.0.0.1 with throwaway keys.
+# Documents run on the remote one are sent into a working directory there
+# and their results come back into the output directory. A wrapper around
+# the real helper writes the input path it was given on its stderr, which
+# shows where each document was read. Skipped (77) without sshd.
+set -euo pipefail
+: "${KVO_HELPER:?}" "${KVO_SOURCE_DIR:?}"
+sshd=/usr/sbin/sshd
+if [ ! -x "$sshd" ] || ! command -v rsync > /dev/null; then
+  echo "SKIP: needs openssh-server and rsync (scripts/packages.txt)"; exit 77
+fi
+batch="$KVO_SOURCE_DIR/tools/kvo-batch"
+work=$(mktemp -d /tmp/kvo-ssh-test.XXXXXX)
+sshd_pid=''
+trap '[ -n "$sshd_pid" ] && kill "$sshd_pid" 2> /dev/null; rm -rf "$work"' EXIT
+fail() { echo "FAIL: $*"; exit 1; }
+
+keys="$work/keys"
+mkdir -m 700 "$keys"
+ssh-keygen -q -t ed25519 -N '' -f "$keys/host" -C kvo-test-host
+ssh-keygen -q -t ed25519 -N '' -f "$keys/user" -C kvo-test-user
+cp "$keys/user.pub" "$keys/authorized_keys"
+port=$(/usr/bin/python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
+cat > "$keys/sshd_config" <<EOF
+Port $port
+ListenAddress 127.0.0.1
+HostKey $keys/host
+AuthorizedKeysFile $keys/authorized_keys
+PidFile $keys/sshd.pid
+StrictModes no
+UsePAM no
+PasswordAuthentication no
+KbdInteractiveAuthentication no
+PermitRootLogin prohibit-password
+EOF
+cat > "$keys/ssh_config" <<EOF
+Host kvo-remote
+  HostName 127.0.0.1
+  Port $port
+  User $(id -un)
+  IdentityFile $keys/user
+  IdentitiesOnly yes
+  StrictHostKeyChecking no
+  UserKnownHostsFile /dev/null
+  LogLevel ERROR
+  BatchMode yes
+EOF
+[ "$(id -u)" != 0 ] || mkdir -p /run/sshd  # sshd's privilege separation directory
+"$sshd" -D -f "$keys/sshd_config" -E "$keys/sshd.log" &
+sshd_pid=$!
+for _ in $(seq 50); do ssh -F "$keys/ssh_config" kvo-remote true 2> /dev/null && break; sleep 0.1; done
+ssh -F "$keys/ssh_config" kvo-remote true || { cat "$keys/sshd.log"; fail "the loopback sshd does not let us in"; }
+export PARALLEL_SSH="ssh -F $keys/ssh_config"
+
+in="$work/in"
+mkdir -p "$in/sub dir"
+for name in a.png "b c.png" "sub dir/d.png" e.png f.png; do cp "$KVO_SOURCE_DIR/samples/sample.png" "$in/$name"; done
+cp "$KVO_SOURCE_DIR/samples/sample.pdf" "$in/sub dir/g.pdf"
+cat > "$work/helper" <<EOF
+#!/bin/sh
+echo "input: \$2" >&2
+exec "$KVO_HELPER" "\$@"
+EOF
+chmod +x "$work/helper"
+# Three jobs at once on the remote machine, one here: both get documents.
+printf '3/kvo-remote\n1/:\n' > "$work/machines"
+
+workdirs_before=$(ls -A "$HOME/.parallel/tmp" 2> /dev/null || true)
+"$batch" --input-dir "$in" --output-dir "$work/out" --helper "$work/helper" --sshloginfile "$work/machines" \
+  | tee "$work/run.out"
+grep -qx 'documents: 6 found, 6 with an outcome, 6 run now, 0 not done' "$work/run.out" || fail "not every document done"
+grep -qE '^  ok +6$' "$work/run.out" || fail "not every document ok"
+remote=0 local=0
+while IFS= read -r -d '' stderr; do
+  dir=$(dirname "$stderr")
+  grep -q 'Harbour Light Books' "$dir/artifacts/ocr.txt" || fail "$dir: no text came back"
+  [ -f "$dir/artifacts/result.json" ] && [ -s "$dir/line.json" ] && [ -f "$dir/outcome" ] || fail "$dir: results missing"
+  if grep -q "^input: $HOME/.parallel/tmp/" "$stderr"; then remote=$((remote + 1));
+  elif grep -q "^input: $in/" "$stderr"; then local=$((local + 1));
+  else cat "$stderr"; fail "$dir: read from an unexpected place"; fi
+done < <(find "$work/out/documents" -name stderr -print0)
+echo "read on the remote machine: $remote, here: $local"
+[ "$remote" -ge 1 ] && [ "$local" -ge 1 ] || fail "both machines should have read documents"
+[ "$(cut -f2 "$work/out/joblog" | grep -c kvo-remote)" = "$remote" ] || fail "the job log disagrees"
+[ "$(ls -A "$HOME/.parallel/tmp" 2> /dev/null || true)" = "$workdirs_before" ] ||
+  fail "working directories left in ~/.parallel/tmp (--cleanup)"
+echo "two machines, no shared file system: every document sent, read and returned"
