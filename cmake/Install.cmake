@@ -14,10 +14,9 @@ set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY TRUE)
 # The man pages: written once in man/*.1.scd, turned into roff here and
 # compressed as Debian installs them. The preamble's @VERSION@ becomes the
 # version shown in the footer; the date is the changelog's (reproducible).
-# scdoc turns hyphenation off before .TH, which the man macros turn back on,
-# so `.nh` follows .TH; and `.cflags 0` takes the break-after property off
-# the hyphen characters, so that names such as kem-vision-ocr or
-# local_runtime_failed paths are never split across lines.
+# man/roff-fixes.sed keeps identifiers whole: scdoc turns hyphenation off
+# before .TH, which the man macros turn back on, so `.nh` follows .TH; and
+# `.cflags 0` takes the break-after property off the hyphen characters.
 find_program(KVO_SCDOC scdoc REQUIRED)
 find_program(KVO_GZIP gzip REQUIRED)
 find_program(KVO_SED sed REQUIRED)
@@ -35,9 +34,9 @@ foreach(page IN LISTS KVO_MAN_PAGES)
     COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_BINARY_DIR}/man
     COMMAND ${KVO_SED} "s/@VERSION@/${PROJECT_VERSION}/g" ${source} > ${roff}.scd
     COMMAND ${CMAKE_COMMAND} -E env SOURCE_DATE_EPOCH=${KVO_SOURCE_DATE_EPOCH} ${KVO_SCDOC} < ${roff}.scd > ${roff}.raw
-    COMMAND ${KVO_SED} "/^\\.TH /a .nh\\n.cflags 0 -\\\\(hy\\\\(em" ${roff}.raw > ${roff}
+    COMMAND ${KVO_SED} -f ${PROJECT_SOURCE_DIR}/man/roff-fixes.sed ${roff}.raw > ${roff}
     COMMAND ${KVO_GZIP} -9nc ${roff} > ${roff}.gz
-    DEPENDS ${source} ${PROJECT_SOURCE_DIR}/packaging/changelog
+    DEPENDS ${source} ${PROJECT_SOURCE_DIR}/man/roff-fixes.sed ${PROJECT_SOURCE_DIR}/packaging/changelog
     COMMENT "Building the man page ${page}(1)")
   list(APPEND KVO_MAN_OUTPUTS ${roff} ${roff}.gz)
   install(FILES ${roff}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
