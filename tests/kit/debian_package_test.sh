@@ -38,10 +38,14 @@ done
 # Hardened and stripped as Debian builds binaries.
 dpkg-deb -x "$deb" "$work/unpacked"
 binary="$work/unpacked/usr/bin/kem-vision-ocr"
-readelf -d "$binary" | grep -q 'BIND_NOW\|FLAGS.*NOW' || { echo "not linked with -z now"; exit 1; }
-readelf -lW "$binary" | grep -q GNU_RELRO || { echo "not linked with -z relro"; exit 1; }
-readelf -sW --dyn-syms "$binary" | grep -q '__[a-z]*_chk@' || { echo "no fortified functions"; exit 1; }
-! readelf -SW "$binary" | grep -qE ' \.(comment|symtab) ' || { echo "not stripped"; exit 1; }
+# (readelf's output is kept first: grep -q ends early, which under
+# pipefail would fail the pipeline.)
+dynamic=$(readelf -d "$binary") segments=$(readelf -lW "$binary") symbols=$(readelf -sW --dyn-syms "$binary")
+sections=$(readelf -SW "$binary")
+grep -q 'BIND_NOW\|FLAGS.*NOW' <<<"$dynamic" || { echo "not linked with -z now"; exit 1; }
+grep -q GNU_RELRO <<<"$segments" || { echo "not linked with -z relro"; exit 1; }
+grep -q '__[a-z_]*_chk@' <<<"$symbols" || { echo "no fortified functions"; exit 1; }
+! grep -qE ' \.(comment|symtab|note) ' <<<"$sections" || { echo "not stripped"; exit 1; }
 echo "== dpkg -c"
 dpkg -c "$deb" | awk '{ print $1, $2, $6 }'
 echo "== lintian"
