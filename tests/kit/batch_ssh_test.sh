@@ -86,4 +86,20 @@ echo "read on the remote machine: $remote, here: $local"
 [ "$(cut -f2 "$work/out/joblog" | grep -c kvo-remote)" = "$remote" ] || fail "the job log disagrees"
 [ "$(ls -A "$HOME/.parallel/tmp" 2> /dev/null || true)" = "$workdirs_before" ] ||
   fail "working directories left in ~/.parallel/tmp (--cleanup)"
+
+echo "== odd names (blank, quote, tab, newline) on the remote machine, into an output directory with a blank"
+odd="$work/odd in"
+mkdir -p "$odd/sub dir"
+cp "$KVO_SOURCE_DIR/samples/sample.png" "$odd/b c.png"
+cp "$KVO_SOURCE_DIR/samples/sample.png" "$odd/q'uote\$.png"
+cp "$KVO_SOURCE_DIR/samples/sample.png" "$odd/sub dir/t"$'\t'"x"$'\n'"y.png"
+printf '3/kvo-remote\n' > "$work/remote-only"
+"$batch" --input-dir "$odd" --output-dir "$work/odd out" --helper "$work/helper" --sshloginfile "$work/remote-only" \
+  | tee "$work/odd.out"
+grep -qx 'documents: 3 found, 3 with an outcome, 3 run now, 0 not done' "$work/odd.out" || fail "odd names not all done"
+for name in "b c.png" "q'uote\$.png" "sub dir/t"$'\t'"x"$'\n'"y.png"; do
+  dir="$work/odd out/documents/$name"
+  grep -q 'Harbour Light Books' "$dir/artifacts/ocr.txt" || fail "$name: no text came back"
+  grep -q "^input: $HOME/.parallel/tmp/" "$dir/stderr" || fail "$name: not read on the remote machine"
+done
 echo "two machines, no shared file system: every document sent, read and returned"
