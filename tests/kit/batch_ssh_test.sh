@@ -4,7 +4,9 @@
 # Documents run on the remote one are sent into a working directory there
 # and their results come back into the output directory. A wrapper around
 # the real helper writes the input path it was given on its stderr, which
-# shows where each document was read. Skipped (77) without sshd.
+# shows where each document was read. Then Ctrl-C while the remote machine
+# reads slow documents: no helper is left there, and the resumed run does
+# each document once. Skipped (77) without sshd.
 set -euo pipefail
 : "${KVO_HELPER:?}" "${KVO_SOURCE_DIR:?}"
 sshd=/usr/sbin/sshd
@@ -101,5 +103,41 @@ for name in "b c.png" "q'uote\$.png" "sub dir/t"$'\t'"x"$'\n'"y.png"; do
   dir="$work/odd out/documents/$name"
   grep -q 'Harbour Light Books' "$dir/artifacts/ocr.txt" || fail "$name: no text came back"
   grep -q "^input: $HOME/.parallel/tmp/" "$dir/stderr" || fail "$name: not read on the remote machine"
+done
+echo "== Ctrl-C with documents on the remote machine: no helper left there, the resume does each once"
+slow="$work/slow-helper"
+cat > "$slow" <<EOF
+#!/bin/bash
+echo "start \${2##*/}" >> "$work/slow.log"
+mkdir -p "\$4"
+trap 'kill \$child; exit 143' TERM
+sleep 2 & child=\$!
+wait \$child
+echo read > "\$4/ocr.txt"
+echo "end \${2##*/}" >> "$work/slow.log"
+echo '{"ok":true,"pageCount":1,"pagesPreview":[],"resultPath":"result.json","textPath":"ocr.txt","textPreview":"read","truncated":false}'
+EOF
+chmod +x "$slow"
+mkdir "$work/slow-in"
+for i in 1 2 3 4; do printf 'x' > "$work/slow-in/doc$i.png"; done
+printf '2/kvo-remote\n' > "$work/remote-two"
+slow_options=(--input-dir "$work/slow-in" --output-dir "$work/slow-out" --helper "$slow" --sshloginfile "$work/remote-two")
+# In a session of its own with SIGINT not ignored, as from a terminal.
+/usr/bin/python3 -c 'import os, signal, sys
+signal.signal(signal.SIGINT, signal.SIG_DFL); os.setsid(); os.execv(sys.argv[1], sys.argv[1:])' \
+  "$batch" "${slow_options[@]}" > /dev/null 2> "$work/slow.err" &
+batch_pid=$!
+for _ in $(seq 100); do [ "$(grep -c start "$work/slow.log" 2> /dev/null)" = 2 ] && break; sleep 0.1; done
+[ "$(grep -c start "$work/slow.log")" = 2 ] || fail "the slow documents did not start on the remote machine"
+kill -INT -- "-$batch_pid"
+status=0; wait "$batch_pid" || status=$?
+[ "$status" = 130 ] || { cat "$work/slow.err"; fail "exit status $status after SIGINT"; }
+sleep 1  # the remote side notices the closed connection
+[ -z "$(pgrep -f "$slow" || true)" ] || fail "helpers still running after the interrupt: $(pgrep -af "$slow")"
+"$batch" "${slow_options[@]}" > "$work/slow-resumed.out" 2> /dev/null
+grep -qx 'documents: 4 found, 4 with an outcome, 4 run now, 0 not done' "$work/slow-resumed.out" ||
+  { cat "$work/slow-resumed.out"; fail "the resumed run did not do every document"; }
+for i in 1 2 3 4; do
+  [ "$(grep -c "^end doc$i.png$" "$work/slow.log")" = 1 ] || { cat "$work/slow.log"; fail "doc$i.png not done exactly once"; }
 done
 echo "two machines, no shared file system: every document sent, read and returned"
