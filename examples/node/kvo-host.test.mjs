@@ -2,7 +2,7 @@
 //   KVO_HELPER=build/kem-vision-ocr KVO_SAMPLES=samples node --test examples/node/
 import { test } from 'node:test';
 import assert from 'node:assert/strict';
-import { mkdtemp, mkdir, readFile, rm, writeFile, stat } from 'node:fs/promises';
+import { chmod, copyFile, mkdtemp, mkdir, readFile, readdir, rm, writeFile, stat } from 'node:fs/promises';
 import os from 'node:os';
 import path from 'node:path';
 import * as kvo from './kvo-host.mjs';
@@ -68,12 +68,47 @@ test('the time limit kills the helper', async (t) => {
   }), (error) => error instanceof kvo.RuntimeTimeout && error.code === 'local_runtime_timeout' && error.signal === 'SIGKILL');
 });
 
-test('the memory limit applies to the helper', async (t) => {
+test('a helper on the PATH that does not exist is RuntimeUnavailable (prlimit exits 127)', async (t) => {
   const dir = await tempDir(t);
-  // 150 MiB of address space is too little for the recognition models.
   await assert.rejects(kvo.runHelper({
-    input: path.join(samples, 'sample.png'), artifacts: path.join(dir, 'a'), helper, memoryLimit: 150 * 1024 ** 2,
-  }), (error) => error instanceof kvo.HelperError && !['invalid_input', 'local_runtime_timeout'].includes(error.code));
-  const result = await kvo.runHelper({ input: path.join(samples, 'sample.png'), artifacts: path.join(dir, 'b'), helper });
+    input: path.join(samples, 'sample.png'), artifacts: path.join(dir, 'a'), helper: 'kvo-no-such-helper',
+  }), (error) => error instanceof kvo.RuntimeUnavailable && error.code === 'local_runtime_unavailable');
+});
+
+test('a time-out, then the same call again, succeeds', async (t) => {
+  const dir = await tempDir(t);
+  const call = { input: path.join(samples, 'sample.pdf'), artifacts: path.join(dir, 'a'), helper };
+  await assert.rejects(kvo.runHelper({ ...call, timeLimitMs: 200 }), (error) => error instanceof kvo.RuntimeTimeout);
+  assert.deepEqual(await readdir(call.artifacts).catch(() => []), []);
+  const result = await kvo.runHelper(call);
+  assert.equal(result.pageCount, 2);
+});
+
+test('what a stopped helper left is cleared, the staged input kept', async (t) => {
+  const dir = await tempDir(t);
+  // A stand-in that writes a page and then hangs, so that something is surely left.
+  const standIn = path.join(dir, 'hanging-helper');
+  await writeFile(standIn, '#!/bin/sh\nmkdir -p "$4/pages" && echo x > "$4/pages/page-0001.png"\nexec sleep 30\n');
+  await chmod(standIn, 0o755);
+  const artifacts = path.join(dir, 'a');
+  await mkdir(artifacts);
+  const staged = path.join(artifacts, 'scan.png');
+  await copyFile(path.join(samples, 'sample.png'), staged);
+  await assert.rejects(kvo.runHelper({ input: staged, artifacts, helper: standIn, timeLimitMs: 500 }),
+    (error) => error instanceof kvo.RuntimeTimeout);
+  assert.deepEqual(await readdir(artifacts), ['scan.png']);
+  const result = await kvo.runHelper({ input: staged, artifacts, helper });
+  assert.match(result.document.text, /Harbour Light Books/);
+});
+
+test('the memory limit is its own error, and a retry with the default limit succeeds', async (t) => {
+  const dir = await tempDir(t);
+  const call = { input: path.join(samples, 'sample.png'), artifacts: path.join(dir, 'a'), helper };
+  // 150 MiB of address space is too little for the recognition models.
+  await assert.rejects(kvo.runHelper({ ...call, memoryLimit: 150 * 1024 ** 2 }),
+    (error) => error instanceof kvo.MemoryLimitExceeded && error instanceof kvo.RuntimeFailed
+      && error.code === 'local_runtime_failed' && /150 MiB memory limit/.test(error.message)
+      && /raise memoryLimit/.test(error.message));
+  const result = await kvo.runHelper(call);
   assert.equal(result.line.ok, true);
 });

@@ -7,6 +7,7 @@ import sys
 import tempfile
 import unittest
 
+sys.dont_write_bytecode = True  # nothing left beside the module when it is run from the installed docs
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import kvo_host  # noqa: E402
 
@@ -72,16 +73,51 @@ class RunHelperTest(unittest.TestCase):
         self.assertEqual(caught.exception.code, "local_runtime_timeout")
         self.assertFalse(os.path.exists(os.path.join(self.artifacts(), "result.json")))
 
-    def test_memory_limit_applies_to_the_helper(self):
-        # 150 MiB of address space is too little for the recognition models:
-        # the run fails one way or another, and never succeeds.
-        with self.assertRaises(kvo_host.HelperError) as caught:
+    def test_time_out_then_retry_succeeds(self):
+        pdf = os.path.join(SAMPLES, "sample.pdf")
+        with self.assertRaises(kvo_host.RuntimeTimeout):
+            kvo_host.run_helper(pdf, self.artifacts(), helper=HELPER, time_limit=0.2)
+        self.assertEqual(os.listdir(self.artifacts()) if os.path.isdir(self.artifacts()) else [], [])
+        result = kvo_host.run_helper(pdf, self.artifacts(), helper=HELPER)
+        self.assertEqual(result.page_count, 2)
+
+    def test_what_a_stopped_helper_left_is_cleared(self):
+        # A stand-in that writes a page and then hangs, so that something is
+        # surely left when the time limit stops it; the staged input stays.
+        stand_in = os.path.join(self.temp.name, "hanging-helper")
+        with open(stand_in, "w") as f:
+            f.write('#!/bin/sh\nmkdir -p "$4/pages" && echo x > "$4/pages/page-0001.png"\nexec sleep 30\n')
+        os.chmod(stand_in, 0o755)
+        os.makedirs(self.artifacts())
+        staged = os.path.join(self.artifacts(), "scan.png")
+        with open(os.path.join(SAMPLES, "sample.png"), "rb") as src, open(staged, "wb") as dst:
+            dst.write(src.read())
+        with self.assertRaises(kvo_host.RuntimeTimeout):
+            kvo_host.run_helper(staged, self.artifacts(), helper=stand_in, time_limit=0.5)
+        self.assertEqual(os.listdir(self.artifacts()), ["scan.png"])
+        result = kvo_host.run_helper(staged, self.artifacts(), helper=HELPER)
+        self.assertIn("Harbour Light Books", result.text)
+
+    def test_memory_limit_is_its_own_exception_then_retry_succeeds(self):
+        # 150 MiB of address space is too little for the recognition models.
+        with self.assertRaises(kvo_host.MemoryLimitExceeded) as caught:
             kvo_host.run_helper(os.path.join(SAMPLES, "sample.png"), self.artifacts(), helper=HELPER,
                                 memory_limit=150 << 20)
-        self.assertNotIn(caught.exception.code, ("invalid_input", "local_runtime_timeout"))
-        # The same run with the default limit succeeds.
-        result = kvo_host.run_helper(os.path.join(SAMPLES, "sample.png"), self.artifacts("again"), helper=HELPER)
+        self.assertEqual(caught.exception.code, "local_runtime_failed")
+        self.assertIsInstance(caught.exception, kvo_host.RuntimeFailed)
+        self.assertIn("150 MiB memory limit", caught.exception.message)
+        self.assertIn("raise memory_limit", caught.exception.message)
+        # The same call with the default limit succeeds.
+        result = kvo_host.run_helper(os.path.join(SAMPLES, "sample.png"), self.artifacts(), helper=HELPER)
         self.assertIs(result.line["ok"], True)
+
+    def test_wrapper_that_cannot_start_the_helper_is_unavailable(self):
+        wrapper = os.path.join(self.temp.name, "wrapper")
+        with open(wrapper, "w") as f:
+            f.write("#!/bin/sh\nexec /nonexistent/kem-vision-ocr \"$@\"\n")
+        os.chmod(wrapper, 0o755)
+        with self.assertRaises(kvo_host.RuntimeUnavailable):
+            kvo_host.run_helper(os.path.join(SAMPLES, "sample.png"), self.artifacts(), helper=wrapper)
 
 
 if __name__ == "__main__":

@@ -11,13 +11,15 @@ root="$stage/root"
 (cd "$root" && find . -type f | sort) | tee "$stage/files"
 for expected in ./usr/bin/kem-vision-ocr ./usr/share/man/man1/kem-vision-ocr.1.gz \
     ./usr/share/kem-vision-ocr/schemas/stdout-line.schema.json ./usr/share/kem-vision-ocr/schemas/result.schema.json \
-    ./usr/share/kem-vision-ocr/tools/kvo-batch ./usr/share/kem-vision-ocr/tools/kvo-inspect \
+    ./usr/bin/kvo-batch ./usr/bin/kvo-inspect ./usr/share/man/man1/kvo-batch.1.gz ./usr/share/man/man1/kvo-inspect.1.gz \
     ./usr/share/doc/kem-vision-ocr/examples/kvo_host.py ./usr/share/doc/kem-vision-ocr/examples/kvo-host.mjs \
     ./usr/share/doc/kem-vision-ocr/examples/README.md ./usr/share/doc/kem-vision-ocr/copyright \
     ./usr/share/doc/kem-vision-ocr/changelog.gz; do
   grep -qxF "$expected" "$stage/files" || { echo "not installed: $expected"; exit 1; }
 done
-[ -x "$root/usr/bin/kem-vision-ocr" ] && [ -x "$root/usr/share/kem-vision-ocr/tools/kvo-batch" ]
+[ -x "$root/usr/bin/kem-vision-ocr" ] && [ -x "$root/usr/bin/kvo-batch" ] && [ -x "$root/usr/bin/kvo-inspect" ]
+"$root/usr/bin/kvo-batch" --help | grep -q '^Resuming: run the same command again'
+"$root/usr/bin/kvo-inspect" --help | grep -q "Exit status"
 MANWIDTH=80 man -l "$root/usr/share/man/man1/kem-vision-ocr.1.gz" | grep -q 'kem-vision-ocr - recognise'
 
 runs="$stage/runs"

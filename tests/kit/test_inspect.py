@@ -75,24 +75,70 @@ class InspectTest(unittest.TestCase):
             self.assert_regions_drawn(image, page,
                                       Image.open(os.path.join(artifacts, page["imagePath"])).convert("RGB"))
 
-    def test_text_layer_page_drawn_on_white(self):
-        image, page = self.inspect("pdftext", 1)
+    def test_text_layer_page_drawn_over_the_input_pdf(self):
+        image, page = self.inspect("pdftext", 1, "--input", os.path.join(SOURCE, "samples", "sample.pdf"))
         self.assertEqual(page["regions"], [])
-        self.assertEqual(image.width, page["width"])
-        self.assertEqual(image.getpixel((page["width"] // 2, page["height"] // 2)), (255, 255, 255))
+        self.assertEqual(image.width, round(page["width"]))
+        # The rendered page has ink: not a blank white page.
+        dark = sum(1 for p in image.crop((0, 0, image.width, round(page["height"]))).getdata() if sum(p) < 300)
+        self.assertGreater(dark, 100)
 
-    def test_colour_runs_from_red_to_green(self):
-        red, mid, green = (kvo_inspect.confidence_colour(c) for c in (0, 0.5, 1))
+    def test_image_without_input_says_so(self):
+        artifacts, _ = self.runs["png"]
+        completed = self.run_tool("--artifacts", artifacts, "--output", os.path.join(self.temp.name, "white.png"))
+        self.assertEqual(completed.returncode, 0)
+        self.assertIn("drawn on white (give --input", completed.stderr)
+
+    def test_colour_scale_separates_high_confidences(self):
+        red, mid, high, top = (kvo_inspect.confidence_colour(c) for c in (0, 0.5, 0.85, 0.99))
         self.assertGreater(red[0], red[1])
-        self.assertEqual(mid[0], mid[1])
-        self.assertGreater(green[1], green[0])
+        self.assertGreater(mid[0], mid[2])
+        # 0.85 and 0.99 are far apart (Euclidean distance in RGB).
+        self.assertGreater(sum((a - b) ** 2 for a, b in zip(high, top)) ** 0.5, 150)
+        self.assertGreater(top[2], top[0])  # blue at the top
+
+    def test_output_format_follows_the_name(self):
+        artifacts, _ = self.runs["pdf"]
+        output = os.path.join(self.temp.name, "page.jpg")
+        self.assertEqual(self.run_tool("--artifacts", artifacts, "--output", output).returncode, 0)
+        with Image.open(output) as image:
+            self.assertEqual(image.format, "JPEG")
+
+    def run_tool(self, *arguments):
+        return subprocess.run([TOOL, *arguments], capture_output=True, text=True)
+
+    def assert_one_line_error(self, completed, text):
+        self.assertEqual(completed.returncode, 1, completed.stderr)
+        self.assertNotIn("Traceback", completed.stderr)
+        self.assertEqual(len(completed.stderr.strip().splitlines()), 1, completed.stderr)
+        self.assertIn(text, completed.stderr)
 
     def test_page_out_of_range_is_refused(self):
         artifacts, _ = self.runs["png"]
-        completed = subprocess.run([TOOL, "--artifacts", artifacts, "--page", "2", "--output",
-                                    os.path.join(self.temp.name, "x.png")], capture_output=True, text=True)
-        self.assertNotEqual(completed.returncode, 0)
-        self.assertIn("page 2 not in result.json", completed.stderr)
+        self.assert_one_line_error(
+            self.run_tool("--artifacts", artifacts, "--page", "2", "--output", os.path.join(self.temp.name, "x.png")),
+            "page 2 not in result.json")
+
+    def test_mistakes_are_one_line_each(self):
+        failed = os.path.join(self.temp.name, "failed-run")
+        subprocess.run([HELPER, "--input", os.path.join(self.temp.name, "absent.png"), "--artifacts", failed,
+                        "--json"], stdout=subprocess.DEVNULL)
+        out = os.path.join(self.temp.name, "x.png")
+        png, _ = self.runs["png"]
+        pdftext, _ = self.runs["pdftext"]
+        notes = os.path.join(self.temp.name, "notes.txt")
+        with open(notes, "w") as f:
+            f.write("not an image")
+        self.assert_one_line_error(self.run_tool("--artifacts", failed, "--output", out), "has no result.json")
+        self.assert_one_line_error(self.run_tool("--artifacts", png, "--output", "/nonexistent/x.png"),
+                                   "no such directory for --output")
+        self.assert_one_line_error(self.run_tool("--artifacts", png, "--input", notes, "--output", out),
+                                   "neither an image nor a PDF")
+        self.assert_one_line_error(
+            self.run_tool("--artifacts", pdftext, "--input", os.path.join(SOURCE, "samples", "sample.png"),
+                          "--output", out), "not its input")
+        self.assert_one_line_error(self.run_tool("--artifacts", png, "--output", os.path.join(self.temp.name, "x.abc")),
+                                   "unknown image type")
 
 
 if __name__ == "__main__":
