@@ -30,11 +30,11 @@ trap 'rm -rf "$work"' EXIT
 
 # Packs PKG@VER into $work and prints the tarball's path once its integrity matches.
 fetch() {
-  local spec=$1 sri=$2 file actual
-  file=$(cd "$work" && npm pack --silent --pack-destination "$work" "$spec" | tail -n 1)
+  local package=$1 sri=$2 file actual
+  file=$(cd "$work" && npm pack --silent --pack-destination "$work" "$package" | tail -n 1)
   actual="sha512-$(openssl dgst -sha512 -binary "$work/$file" | base64 -w0)"
   if [ "$actual" != "$sri" ]; then
-    echo "fetch_onnx: $spec: integrity $actual, expected $sri" >&2
+    echo "fetch_onnx: $package: integrity $actual, expected $sri" >&2
     exit 1
   fi
   echo "$work/$file"
