@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <functional>
 #include <utility>
 
 #include "recognition/ReadingPlan.h"
@@ -55,30 +56,34 @@ std::optional<TextReader::Layout> TesseractReader::findLayout(const std::string&
   return layout;
 }
 
+bool TesseractReader::readAsLine(const std::string& models, const GreyImage& page, const Box& region,
+                                 int resolution,
+                                 const std::function<void(tesseract::TessBaseAPI&, const Box&)>& readOff) {
+  tesseract::TessBaseAPI* api = reader(models, Segmentation::line);
+  if (api == nullptr) return false;
+  const bool read = tesseract_reading::recognizeRegion(*api, page, region, resolution);
+  if (read) readOff(*api, *recognition::clipToPage(region, page.width, page.height));
+  api->Clear();
+  return read;
+}
+
 std::optional<std::vector<ReadLine>> TesseractReader::readRegion(const std::string& models, const GreyImage& page,
                                                                  const Box& region, int resolution,
                                                                  const InkBits* ink) {
-  tesseract::TessBaseAPI* api = reader(models, Segmentation::line);
-  if (api == nullptr) return std::nullopt;
   std::optional<std::vector<ReadLine>> lines;
-  if (tesseract_reading::recognizeRegion(*api, page, region, resolution)) {
-    const Box clipped = *recognition::clipToPage(region, page.width, page.height);
-    lines = tesseract_reading::readLines(*api, ink, clipped.left, clipped.top);
-  }
-  api->Clear();
+  if (!readAsLine(models, page, region, resolution, [&](tesseract::TessBaseAPI& api, const Box& clipped) {
+        lines = tesseract_reading::readLines(api, ink, clipped.left, clipped.top);
+      }))
+    return std::nullopt;
   return lines;
 }
 
 std::vector<TextReader::Symbol> TesseractReader::readSymbols(const std::string& models, const GreyImage& page,
                                                              const Box& region, int resolution) {
-  tesseract::TessBaseAPI* api = reader(models, Segmentation::line);
-  if (api == nullptr) return {};
   std::vector<Symbol> found;
-  if (tesseract_reading::recognizeRegion(*api, page, region, resolution)) {
-    const Box clipped = *recognition::clipToPage(region, page.width, page.height);
-    found = tesseract_reading::symbols(*api, clipped.left, clipped.top);
-  }
-  api->Clear();
+  readAsLine(models, page, region, resolution, [&](tesseract::TessBaseAPI& api, const Box& clipped) {
+    found = tesseract_reading::symbols(api, clipped.left, clipped.top);
+  });
   return found;
 }
 

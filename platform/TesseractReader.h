@@ -7,6 +7,7 @@
 
 #include <tesseract/baseapi.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -63,6 +64,12 @@ class TesseractReader final : public TextReader {
 
  private:
   tesseract::TessBaseAPI* reader(const std::string& models, Segmentation segmentation);
+  // `region` of `page` (clipped to it) recognised as one line with `models`;
+  // when that succeeds, `readOff` reads the result, given the clipped region.
+  // False when the models fail to load, none of the region is on the page or
+  // recognition fails. The instance is cleared afterwards either way.
+  bool readAsLine(const std::string& models, const GreyImage& page, const Box& region, int resolution,
+                  const std::function<void(tesseract::TessBaseAPI&, const Box&)>& readOff);
   // Tesseract copies the pixels into its own image.
   static void load(tesseract::TessBaseAPI& api, const GreyImage& page, int ppi) {
     api.Clear();

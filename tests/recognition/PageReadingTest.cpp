@@ -90,6 +90,14 @@ class PageReadingTest : public ::testing::Test {
     return found;
   }
 
+  // The page's ink at half size, for a page whose first line is across(1)'s:
+  // glyphs all along that line, to x = 700 of the page.
+  static InkPage glyphsAlongTheFirstLine(int width, int height) {
+    std::vector<Box> ink;
+    for (int x = 12; x < 340; x += 16) ink.push_back(Box{x, 11, x + 10, 24});
+    return inkWith(width / 2, height / 2, ink);
+  }
+
   static std::vector<std::string> texts(const std::vector<TextObservation>& observations) {
     std::vector<std::string> found;
     for (const auto& o : observations) found.push_back(o.candidate ? o.candidate->text : "<none>");
@@ -296,12 +304,7 @@ TEST_F(PageReadingTest, AReadingThatLeftHalfOfEveryLineUnreadIsReplacedByTheLoca
       return std::optional(text({line(Box{20, 20, 700, 50}, {"the", "whole", "line"})}));
     return std::optional(text({line(Box{20, 20, 300, 50}, {"the"})}));
   };
-  // At half size: glyphs all along the line, to x = 350.
-  reader.localInk = [](int width, int height) {
-    std::vector<Box> ink;
-    for (int x = 12; x < 340; x += 16) ink.push_back(Box{x, 11, x + 10, 24});
-    return inkWith(width / 2, height / 2, ink);
-  };
+  reader.localInk = glyphsAlongTheFirstLine;
   PageReading reading(reader, ReadingPlan::forModels("eng"));
   const auto result = reading.read(page());
   ASSERT_TRUE(result);
@@ -315,11 +318,7 @@ TEST_F(PageReadingTest, AReadingThatLeftNoInkUnreadIsKept) {
       return std::optional(text({line(Box{20, 20, 700, 50}, {"other"})}));
     return std::optional(text({line(Box{20, 20, 700, 50}, {"the", "whole", "line"})}));
   };
-  reader.localInk = [](int width, int height) {
-    std::vector<Box> ink;
-    for (int x = 12; x < 340; x += 16) ink.push_back(Box{x, 11, x + 10, 24});
-    return inkWith(width / 2, height / 2, ink);
-  };
+  reader.localInk = glyphsAlongTheFirstLine;
   PageReading reading(reader, ReadingPlan::forModels("eng"));
   const auto result = reading.read(page());
   ASSERT_TRUE(result);
